@@ -1,0 +1,20 @@
+#!/usr/bin/env bash
+# Installs every Debian 12 package that building, testing and running Korvalen needs.
+# Safe to run again: apt-get skips what is already there.
+set -euo pipefail
+
+packages=(
+  build-essential cmake ninja-build pkg-config git
+  clang-format clang-tidy
+  nlohmann-json3-dev libicu-dev libhowardhinnant-date-dev tzdata
+  libfmt-dev libcli11-dev libssl-dev
+  libgtest-dev libgmock-dev libbenchmark-dev
+)
+
+sudo=""
+if [ "$(id -u)" -ne 0 ]; then sudo="sudo"; fi
+
+export DEBIAN_FRONTEND=noninteractive
+$sudo apt-get update -qq
+$sudo apt-get install -y -qq --no-install-recommends "${packages[@]}" >/dev/null
+echo "setup: ${#packages[@]} packages present"

@@ -1,0 +1,50 @@
+// Parsing of the tool's value arguments (sizes, rectangles, numbers, switches). Every
+// failure is a `UsageError` whose text names the argument, shown as one line, exit 2.
+#pragma once
+
+#include "core/library/library_item.hpp"
+#include "core/rendering/crop_rect.hpp"
+#include "core/rendering/trim_range.hpp"
+
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+namespace korvalen::cli {
+
+class UsageError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// A failed command whose message is already one line (exit 1).
+class Failure : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+struct Size {
+  std::int64_t width = 0;
+  std::int64_t height = 0;
+};
+
+// Locale-free number in "." notation; finite only.
+double parseNumber(std::string_view text, std::string_view argument);
+// "WxH" with whole numbers from 0 to 1,000,000 each.
+Size parseSize(std::string_view text, std::string_view argument);
+// "X,Y,W,H" with 0 <= X, Y <= 1 and 0 < W, H <= 1.
+CropRect parseCrop(std::string_view text, std::string_view argument);
+// "START:END" in seconds; an empty END or "end" means to the end of the clip (infinite).
+TrimRange parseTrim(std::string_view text, std::string_view argument);
+// "on" or "off".
+bool parseSwitch(std::string_view text, std::string_view argument);
+WallpaperKind parseKind(std::string_view text, std::string_view argument);
+FitMode parseFit(std::string_view text, std::string_view argument);
+// A number within [low, high].
+double parseInRange(std::string_view text, std::string_view argument, double low, double high);
+
+// A number for people: at most six decimals, no trailing zeros ("1", "0.05", "inf").
+std::string formatNumber(double value);
+
+}  // namespace korvalen::cli

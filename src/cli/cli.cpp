@@ -1,0 +1,56 @@
+#include "cli/cli.hpp"
+
+#include "cli/arguments.hpp"
+#include "cli/commands.hpp"
+
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <ostream>
+
+namespace korvalen::cli {
+namespace {
+
+// CLI11 error texts may span lines; we show one.
+std::string oneLine(std::string text) {
+  std::replace(text.begin(), text.end(), '\n', ' ');
+  while (!text.empty() && text.back() == ' ') {
+    text.pop_back();
+  }
+  return text;
+}
+
+}  // namespace
+
+int run(const std::vector<std::string>& arguments, Context& context) {
+  CLI::App app{"Korvalen: video wallpapers and screensaver, from the terminal", "korvalen"};
+  app.require_subcommand(1);
+  app.set_help_all_flag("--help-all", "Show the help of every command");
+  Action action;
+  addPlanCommands(app, context, action);
+  addPlaceCommand(app, context, action);
+  addDemoCommand(app, context, action);
+
+  std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
+  try {
+    app.parse(reversed);
+  } catch (const CLI::CallForHelp& help) {
+    return app.exit(help, context.out, context.err);
+  } catch (const CLI::CallForAllHelp& help) {
+    return app.exit(help, context.out, context.err);
+  } catch (const CLI::ParseError& error) {
+    context.err << "korvalen: " << oneLine(error.what()) << " (see korvalen --help)\n";
+    return badUsage;
+  }
+  try {
+    return action ? action() : ok;
+  } catch (const UsageError& error) {
+    context.err << "korvalen: " << oneLine(error.what()) << "\n";
+    return badUsage;
+  } catch (const Failure& error) {
+    context.err << "korvalen: " << oneLine(error.what()) << "\n";
+    return failed;
+  }
+}
+
+}  // namespace korvalen::cli

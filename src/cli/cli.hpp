@@ -1,0 +1,29 @@
+// The `korvalen` command-line tool as a function, so the executable is a thin wrapper and
+// tests drive every command in-process with their own streams, environment and clock.
+#pragma once
+
+#include "core/support/iso8601.hpp"
+#include "core/support/paths.hpp"
+
+#include <functional>
+#include <iosfwd>
+#include <string>
+#include <vector>
+
+namespace korvalen::cli {
+
+struct Context {
+  std::ostream& out;
+  std::ostream& err;
+  paths::Environment environment;
+  std::function<Date()> now;
+};
+
+inline constexpr int ok = 0;
+inline constexpr int failed = 1;
+inline constexpr int badUsage = 2;
+
+// `arguments` excludes the program name. Returns the exit status.
+int run(const std::vector<std::string>& arguments, Context& context);
+
+}  // namespace korvalen::cli

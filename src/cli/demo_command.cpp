@@ -1,0 +1,124 @@
+// `korvalen demo`: a guided run over a sample plan in a throw-away Korvalen folder.
+#include "cli/arguments.hpp"
+#include "cli/commands.hpp"
+
+#include <fmt/format.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <ostream>
+
+namespace korvalen::cli {
+namespace {
+
+struct DemoScreen {
+  std::string id;
+  std::int64_t width;
+  std::int64_t height;
+};
+
+// A folder under the system's temporary folder, removed when the demo ends.
+class ScratchFolder {
+ public:
+  ScratchFolder() {
+    auto pattern = (std::filesystem::temp_directory_path() / "korvalen-demo-XXXXXX").string();
+    if (::mkdtemp(pattern.data()) == nullptr) {
+      throw Failure("could not make a temporary folder for the demo in " +
+                    std::filesystem::temp_directory_path().string());
+    }
+    path_ = pattern;
+  }
+  ~ScratchFolder() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+  }
+  ScratchFolder(const ScratchFolder&) = delete;
+  ScratchFolder& operator=(const ScratchFolder&) = delete;
+  [[nodiscard]] const std::filesystem::path& path() const { return path_; }
+
+ private:
+  std::filesystem::path path_;
+};
+
+SaverPlan samplePlan(const std::filesystem::path& media, const std::string& laptop, Date written) {
+  SaverPlan plan;
+  plan.written = written;
+  plan.dim = 0.2;
+  plan.rate = 0.5;
+
+  // The laptop screen shows the left half of a wide shot, mirrored.
+  WallpaperContent harbour{WallpaperKind::video,
+                           (media / "harbour-4k.mp4").string(),
+                           FitMode::fill,
+                           std::nullopt,
+                           {{laptop, CropRect{0.0, 0.0, 0.5, 1.0}}},
+                           2.0,
+                           32.5,
+                           true,
+                           false,
+                           false,
+                           "item-harbour",
+                           std::nullopt};
+  plan.screens[laptop] = SaverContent::from(harbour, laptop, "Harbour at dusk", 0.3, std::nullopt);
+
+  // Every other screen gets a portrait picture, letterboxed.
+  plan.shared = SaverContent(WallpaperKind::image, (media / "fern.jpg").string(), "Fern", FitMode::fit);
+  return plan;
+}
+
+}  // namespace
+
+void addDemoCommand(CLI::App& app, Context& context, Action& action) {
+  auto* demo = app.add_subcommand("demo", "Write a sample plan and show what two screens would get");
+  demo->callback([&context, &action] {
+    action = [&context] {
+      auto& out = context.out;
+      ScratchFolder scratch;
+      const auto folder = scratch.path() / "Korvalen";
+      const auto planPath = folder / SaverPlan::fileName;
+      const std::vector<DemoScreen> screens{{"builtin|1512x982", 3024, 1964},
+                                            {"10ac-a0c4-4c4c3042|2560x1440", 2560, 1440}};
+      // Media sizes of the two sample files, as their metadata would say.
+      const std::map<std::string, std::pair<std::int64_t, std::int64_t>> mediaSizes{{"harbour-4k.mp4", {3840, 2160}},
+                                                                                    {"fern.jpg", {1200, 1800}}};
+
+      const auto plan = samplePlan(scratch.path() / "media", screens[0].id, context.now());
+      if (auto written = plan.write(planPath); !written) {
+        throw Failure(written.error());
+      }
+      out << "Korvalen demo\n";
+      out << "The application wrote a plan for the screensaver: " << planPath.string() << "\n\n";
+      auto reread = SaverPlan::read(planPath);
+      if (!reread) {
+        throw Failure("the demo plan could not be read back from " + planPath.string());
+      }
+      out << "Plan-wide: dim " << formatNumber(reread->dim) << ", rate " << formatNumber(reread->rate)
+          << ", guards flashes " << (reread->guardsFlashes() ? "yes" : "no") << "\n";
+      for (const auto& screen : screens) {
+        out << "\nScreen " << screen.id << " (" << screen.width << "x" << screen.height << " pixels)\n";
+        const auto content = reread->contentForScreen(screen.id);
+        out << "  rule: " << describeRule(reread->ruleForScreen(screen.id)) << "\n";
+        if (!content) {
+          out << "  shows nothing\n";
+          continue;
+        }
+        out << "  shows: " << describeContent(*content) << "\n";
+        const auto name = std::filesystem::path(content->path).filename().string();
+        const auto [mediaWidth, mediaHeight] = mediaSizes.at(name);
+        const auto placement =
+            VideoFit::compute(mediaWidth, mediaHeight, screen.width, screen.height, content->fit, content->crop);
+        out << fmt::format("  media {}x{} lands like this:\n", mediaWidth, mediaHeight);
+        std::string lines = describePlacement(placement, mediaWidth, mediaHeight);
+        for (std::size_t start = 0; start < lines.size();) {
+          const auto end = lines.find('\n', start);
+          out << "    " << lines.substr(start, end - start) << "\n";
+          start = end + 1;
+        }
+      }
+      out << "\nThe temporary Korvalen folder is removed again.\n";
+      return ok;
+    };
+  });
+}
+
+}  // namespace korvalen::cli

@@ -1,0 +1,124 @@
+// The library's record of one wallpaper, the two enumerations that say what a wallpaper is
+// and how it fills a screen, the metadata an import learns, and `WallpaperContent`, the
+// resolved description that playback is handed.
+#pragma once
+
+#include "core/rendering/crop_rect.hpp"
+#include "core/support/iso8601.hpp"
+#include "core/support/json.hpp"
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace korvalen {
+
+enum class WallpaperKind { none, solid, image, video, web };
+
+enum class FitMode { fill, fit, stretch, center };
+
+std::string_view toString(WallpaperKind kind);
+std::string_view toString(FitMode fit);
+// Absent for a word that is not one of the raw strings (exact, case-sensitive).
+std::optional<WallpaperKind> parseWallpaperKind(std::string_view text);
+std::optional<FitMode> parseFitMode(std::string_view text);
+
+struct LibraryItem {
+  std::string id;
+  WallpaperKind kind = WallpaperKind::none;
+  std::string relativePath;
+  std::string title;
+  std::string sha256;
+  std::int64_t sizeBytes = 0;
+  std::int64_t width = 0;
+  std::int64_t height = 0;
+  Date addedUTC{};
+  std::string source = "local";
+  std::optional<std::string> sourceURL;
+  std::optional<std::string> author;
+  std::optional<std::string> authorURL;
+  std::optional<std::string> licence;
+  std::vector<std::string> tags;
+  bool aiGenerated = false;
+  bool allowNetwork = false;
+  FitMode fit = FitMode::fill;
+  std::optional<CropRect> crop;
+  std::map<std::string, CropRect> cropByMonitor;
+  bool mirrorHorizontal = false;
+  bool mirrorVertical = false;
+  bool upscaleEnabled = false;
+  std::optional<std::string> enhanceResampler;
+  std::optional<double> enhanceSharpness;
+  std::optional<std::string> transitionID;
+  bool pingPongEnabled = false;
+  std::optional<std::string> pingPongPath;
+  std::optional<double> trimStart;
+  std::optional<double> trimEnd;
+  std::optional<Date> flashedAt;
+  std::int64_t flashPeakPerSecond = 0;
+  bool missing = false;
+
+  // Identity is the file's: same `id` and `sha256`, whatever the adjustments say.
+  bool operator==(const LibraryItem& other) const { return id == other.id && sha256 == other.sha256; }
+};
+
+struct VideoMetadata {
+  std::string title;
+  std::optional<std::string> author;
+  std::optional<std::string> authorURL;
+  std::optional<std::string> sourceURL;
+  std::optional<std::string> licence;
+  std::string provider;
+  std::optional<double> durationSeconds;
+  bool operator==(const VideoMetadata&) const = default;
+};
+
+struct WallpaperContent {
+  WallpaperKind kind = WallpaperKind::none;
+  std::string path;
+  FitMode fit = FitMode::fill;
+  std::optional<CropRect> crop;
+  std::map<std::string, CropRect> cropByMonitor;
+  double trimStart = 0;
+  double trimEnd = 0;
+  bool mirrorHorizontal = false;
+  bool mirrorVertical = false;
+  bool allowNetwork = false;
+  std::optional<std::string> itemID;
+  std::optional<std::string> transitionID;
+  bool operator==(const WallpaperContent&) const = default;
+};
+
+namespace json {
+template <>
+struct Coding<WallpaperKind> {
+  static Json encode(WallpaperKind kind, const Options&) { return std::string(toString(kind)); }
+  static Result<WallpaperKind> decode(const Json& json, const Options& options);
+};
+template <>
+struct Coding<FitMode> {
+  static Json encode(FitMode fit, const Options&) { return std::string(toString(fit)); }
+  static Result<FitMode> decode(const Json& json, const Options& options);
+};
+template <>
+struct Coding<LibraryItem> {
+  static Json encode(const LibraryItem& item, const Options& options);
+  // The five identity keys are required; any present key of the wrong type fails the item.
+  static Result<LibraryItem> decode(const Json& json, const Options& options);
+};
+template <>
+struct Coding<VideoMetadata> {
+  static Json encode(const VideoMetadata& metadata, const Options& options);
+  static Result<VideoMetadata> decode(const Json& json, const Options& options);
+};
+}  // namespace json
+
+}  // namespace korvalen
+
+template <>
+struct std::hash<korvalen::LibraryItem> {
+  std::size_t operator()(const korvalen::LibraryItem& item) const noexcept;
+};

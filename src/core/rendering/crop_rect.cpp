@@ -1,0 +1,67 @@
+#include "core/rendering/crop_rect.hpp"
+
+#include <algorithm>
+#include <cmath>
+
+namespace korvalen {
+namespace {
+
+double sanitisedSize(double value) {
+  if (!std::isfinite(value)) {
+    return 1;
+  }
+  value = std::clamp(value, 0.0, 1.0);
+  return value < 0.01 ? 1.0 : value;
+}
+
+double sanitisedOrigin(double value) {
+  return std::isfinite(value) ? std::clamp(value, 0.0, 1.0) : 0.0;
+}
+
+}  // namespace
+
+bool CropRect::isWholeFrame() const {
+  return x <= 0.0001 && y <= 0.0001 && width >= 0.9999 && height >= 0.9999;
+}
+
+CropRect CropRect::sanitised() const {
+  CropRect out{sanitisedOrigin(x), sanitisedOrigin(y), sanitisedSize(width), sanitisedSize(height)};
+  if (out.x + out.width > 1) {
+    out.x = 1 - out.width;
+  }
+  if (out.y + out.height > 1) {
+    out.y = 1 - out.height;
+  }
+  // Written as "not at least 0" so that NaN is caught too.
+  if (!(out.x >= 0)) {
+    out.x = 0;
+  }
+  if (!(out.y >= 0)) {
+    out.y = 0;
+  }
+  return out;
+}
+
+namespace json {
+
+Json Coding<CropRect>::encode(const CropRect& crop, const Options& options) {
+  return ObjectWriter(options)
+      .put("x", crop.x)
+      .put("y", crop.y)
+      .put("width", crop.width)
+      .put("height", crop.height)
+      .take();
+}
+
+Result<CropRect> Coding<CropRect>::decode(const Json& json, const Options& options) {
+  ObjectReader reader(json, options);
+  CropRect crop;
+  reader.required("x", crop.x);
+  reader.required("y", crop.y);
+  reader.required("width", crop.width);
+  reader.required("height", crop.height);
+  return reader.finishWith(crop);
+}
+
+}  // namespace json
+}  // namespace korvalen

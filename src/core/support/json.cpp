@@ -1,0 +1,149 @@
+#include "core/support/json.hpp"
+
+#include <cmath>
+#include <limits>
+
+namespace korvalen::json {
+
+std::string Error::describe() const {
+  return path.empty() ? message : path + ": " + message;
+}
+
+Error Error::under(std::string_view key) const {
+  std::string joined(key);
+  if (!path.empty()) {
+    joined += path.front() == '[' ? path : "." + path;
+  }
+  return Error{std::move(joined), message};
+}
+
+Error typeError(std::string_view expected, const Json& found) {
+  return Error{"", std::string("expected ") + std::string(expected) + ", found " + found.type_name()};
+}
+
+Result<bool> Coding<bool>::decode(const Json& json, const Options&) {
+  if (!json.is_boolean()) {
+    return std::unexpected(typeError("true or false", json));
+  }
+  return json.get<bool>();
+}
+
+Result<std::int64_t> Coding<std::int64_t>::decode(const Json& json, const Options&) {
+  if (json.is_number_integer() && !json.is_number_unsigned()) {
+    return json.get<std::int64_t>();
+  }
+  if (json.is_number_unsigned()) {
+    const auto value = json.get<std::uint64_t>();
+    if (value <= static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max())) {
+      return static_cast<std::int64_t>(value);
+    }
+    return std::unexpected(Error{"", "number out of range"});
+  }
+  if (json.is_number_float()) {
+    const double value = json.get<double>();
+    // 2^63 is the first double past the range; every double below it converts exactly.
+    if (std::isfinite(value) && value == std::trunc(value) && value >= -9223372036854775808.0 &&
+        value < 9223372036854775808.0) {
+      return static_cast<std::int64_t>(value);
+    }
+    return std::unexpected(Error{"", "expected a whole number"});
+  }
+  return std::unexpected(typeError("a whole number", json));
+}
+
+Json Coding<double>::encode(double value, const Options& options) {
+  if (std::isfinite(value) || !options.nonFiniteStrings) {
+    return value;  // a non-finite value without the string form is written as null
+  }
+  if (std::isnan(value)) {
+    return "NaN";
+  }
+  return value > 0 ? "Infinity" : "-Infinity";
+}
+
+Result<double> Coding<double>::decode(const Json& json, const Options& options) {
+  if (json.is_number()) {
+    return json.get<double>();
+  }
+  if (json.is_string() && options.nonFiniteStrings) {
+    const auto& text = json.get_ref<const std::string&>();
+    if (text == "Infinity") {
+      return std::numeric_limits<double>::infinity();
+    }
+    if (text == "-Infinity") {
+      return -std::numeric_limits<double>::infinity();
+    }
+    if (text == "NaN") {
+      return std::numeric_limits<double>::quiet_NaN();
+    }
+  }
+  return std::unexpected(typeError("a number", json));
+}
+
+Result<std::string> Coding<std::string>::decode(const Json& json, const Options&) {
+  if (!json.is_string()) {
+    return std::unexpected(typeError("text", json));
+  }
+  return json.get<std::string>();
+}
+
+Json Coding<Date>::encode(Date value, const Options&) {
+  return ISO8601::plain().format(value);
+}
+
+Result<Date> Coding<Date>::decode(const Json& json, const Options&) {
+  if (!json.is_string()) {
+    return std::unexpected(typeError("a date", json));
+  }
+  const auto& text = json.get_ref<const std::string&>();
+  if (auto date = ISO8601::parseEither(text)) {
+    return *date;
+  }
+  return std::unexpected(Error{"", "not a date: " + text});
+}
+
+ObjectReader::ObjectReader(const Json& json, const Options& options) : json_(json), options_(options) {
+  if (!json.is_object()) {
+    error_ = typeError("an object", json);
+  }
+}
+
+const Json* ObjectReader::find(std::string_view key) const {
+  if (!json_.is_object()) {
+    return nullptr;
+  }
+  const auto found = json_.find(key);
+  return found == json_.end() ? nullptr : &*found;
+}
+
+void ObjectReader::fail(Error error) {
+  if (!error_) {
+    error_ = std::move(error);
+  }
+}
+
+std::expected<void, Error> ObjectReader::finish() const {
+  if (error_) {
+    return std::unexpected(*error_);
+  }
+  return {};
+}
+
+std::expected<Json, std::string> parse(std::string_view text) {
+  try {
+    return Json::parse(text.begin(), text.end());
+  } catch (const Json::parse_error& error) {
+    // nlohmann's text starts with "[json.exception.parse_error.101] parse error at ...".
+    std::string message = error.what();
+    if (const auto close = message.find("] "); close != std::string::npos) {
+      message.erase(0, close + 2);
+    }
+    return std::unexpected(message);
+  }
+}
+
+std::string pretty(const Json& json) {
+  return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+}
+
+}  // namespace korvalen::json

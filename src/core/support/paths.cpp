@@ -1,0 +1,46 @@
+#include "core/support/paths.hpp"
+
+#include "core/screensaver/saver_plan.hpp"
+
+#include <pwd.h>
+#include <unistd.h>
+#include <cstdlib>
+#include <vector>
+
+namespace korvalen::paths {
+
+Environment processEnvironment() {
+  return [](std::string_view name) -> std::optional<std::string> {
+    const char* value = std::getenv(std::string(name).c_str());
+    if (value == nullptr) {
+      return std::nullopt;
+    }
+    return std::string(value);
+  };
+}
+
+std::filesystem::path homeFolder(const Environment& environment) {
+  long suggested = ::sysconf(_SC_GETPW_R_SIZE_MAX);
+  std::vector<char> buffer(suggested > 0 ? static_cast<std::size_t>(suggested) : 16384U);
+  passwd record{};
+  passwd* found = nullptr;
+  while (::getpwuid_r(::getuid(), &record, buffer.data(), buffer.size(), &found) == ERANGE) {
+    buffer.resize(buffer.size() * 2);
+  }
+  if (found != nullptr && found->pw_dir != nullptr && found->pw_dir[0] != '\0') {
+    return found->pw_dir;
+  }
+  if (auto home = environment("HOME"); home && !home->empty()) {
+    return *home;
+  }
+  return "/";
+}
+
+std::filesystem::path saverPlanPath(const Environment& environment) {
+  if (auto overridden = environment("KORVALEN_SAVER_PLAN")) {
+    return *overridden;
+  }
+  return korvalenFolder(homeFolder(environment), environment) / SaverPlan::fileName;
+}
+
+}  // namespace korvalen::paths

@@ -1,0 +1,92 @@
+#include "core/support/text.hpp"
+
+#include <unicode/locid.h>
+#include <unicode/uchar.h>
+#include <unicode/unistr.h>
+#include <unicode/utf8.h>
+
+#include <cstdint>
+
+namespace korvalen::text {
+namespace {
+
+icu::UnicodeString fromUtf8(std::string_view text) {
+  return icu::UnicodeString::fromUTF8(icu::StringPiece(text.data(), static_cast<int32_t>(text.size())));
+}
+
+std::string toUtf8(const icu::UnicodeString& text) {
+  std::string out;
+  text.toUTF8String(out);
+  return out;
+}
+
+bool isSpaceOrTab(UChar32 c) {
+  return c == 0x09 || u_charType(c) == U_SPACE_SEPARATOR;
+}
+
+bool isWhitespaceOrNewline(UChar32 c) {
+  if ((c >= 0x09 && c <= 0x0D) || c == 0x85) {
+    return true;
+  }
+  const auto type = u_charType(c);
+  return type == U_SPACE_SEPARATOR || type == U_LINE_SEPARATOR || type == U_PARAGRAPH_SEPARATOR;
+}
+
+// ICU's UTF-8 stepping macros are written with C casts.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wold-style-cast"
+#pragma GCC diagnostic ignored "-Wsign-conversion"
+#pragma GCC diagnostic ignored "-Wconversion"
+template <class Predicate>
+std::string trim(std::string_view text, Predicate drop) {
+  const auto* bytes = reinterpret_cast<const uint8_t*>(text.data());
+  const auto length = static_cast<int32_t>(text.size());
+  int32_t start = 0;
+  while (start < length) {
+    int32_t next = start;
+    UChar32 c = 0;
+    U8_NEXT(bytes, next, length, c);
+    if (c < 0 || !drop(c)) {
+      break;
+    }
+    start = next;
+  }
+  int32_t end = length;
+  while (end > start) {
+    int32_t previous = end;
+    UChar32 c = 0;
+    U8_PREV(bytes, start, previous, c);
+    if (c < 0 || !drop(c)) {
+      break;
+    }
+    end = previous;
+  }
+  return std::string(text.substr(static_cast<std::size_t>(start), static_cast<std::size_t>(end - start)));
+}
+#pragma GCC diagnostic pop
+
+}  // namespace
+
+std::string lowercased(std::string_view text) {
+  auto unicode = fromUtf8(text);
+  unicode.toLower(icu::Locale::getRoot());
+  return toUtf8(unicode);
+}
+
+bool equalIgnoringCase(std::string_view a, std::string_view b) {
+  return fromUtf8(a).caseCompare(fromUtf8(b), U_FOLD_CASE_DEFAULT) == 0;
+}
+
+std::string trimSpacesAndTabs(std::string_view text) {
+  return trim(text, isSpaceOrTab);
+}
+
+std::string trimWhitespaceAndNewlines(std::string_view text) {
+  return trim(text, isWhitespaceOrNewline);
+}
+
+std::size_t utf16Length(std::string_view text) {
+  return static_cast<std::size_t>(fromUtf8(text).length());
+}
+
+}  // namespace korvalen::text

@@ -1,0 +1,26 @@
+// Unicode-correct text helpers. User text (paths, titles, rule words) is compared and
+// trimmed the same way everywhere, by ICU rather than by ASCII tricks.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace korvalen::text {
+
+// Root-locale lower-casing (no Turkish dotless-i surprises). Invalid UTF-8 becomes U+FFFD.
+std::string lowercased(std::string_view text);
+
+// Equality under full case folding ("Straße" equals "STRASSE").
+bool equalIgnoringCase(std::string_view a, std::string_view b);
+
+// Trims spaces and tabs (space separators and U+0009) from both ends.
+std::string trimSpacesAndTabs(std::string_view text);
+
+// Trims white space and line breaks (every separator, U+0009 to U+000D and U+0085).
+std::string trimWhitespaceAndNewlines(std::string_view text);
+
+// Length in UTF-16 code units, the way user-visible counts are made.
+std::size_t utf16Length(std::string_view text);
+
+}  // namespace korvalen::text
