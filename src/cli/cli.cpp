@@ -24,7 +24,6 @@ std::string oneLine(std::string text) {
 
 int run(const std::vector<std::string>& arguments, Context& context) {
   CLI::App app{"Korvalen: video wallpapers and screensaver, from the terminal", "korvalen"};
-  app.require_subcommand(1);
   app.set_help_all_flag("--help-all", "Show the help of every command");
   Action action;
   addPlanCommands(app, context, action);
@@ -42,8 +41,21 @@ int run(const std::vector<std::string>& arguments, Context& context) {
     context.err << "korvalen: " << oneLine(error.what()) << " (see korvalen --help)\n";
     return badUsage;
   }
+  if (!action) {
+    // A command group without its command: say what there is to choose from.
+    const CLI::App* group = &app;
+    while (!group->get_subcommands().empty()) {
+      group = group->get_subcommands().front();
+    }
+    std::string names;
+    for (const auto* command : group->get_subcommands({})) {
+      names += (names.empty() ? "" : ", ") + command->get_name();
+    }
+    context.err << "korvalen: choose a command: " << names << " (see korvalen --help)\n";
+    return badUsage;
+  }
   try {
-    return action ? action() : ok;
+    return action();
   } catch (const UsageError& error) {
     context.err << "korvalen: " << oneLine(error.what()) << "\n";
     return badUsage;

@@ -26,8 +26,7 @@ void addPlanOption(CLI::App& command, PlanLocation& location) {
 // but cannot be read is never replaced, since the user would lose what it says.
 SaverPlan planToEdit(const std::filesystem::path& path) {
   std::error_code error;
-  const bool exists = std::filesystem::exists(std::filesystem::symlink_status(path, error));
-  if (!exists && !error) {
+  if (std::filesystem::symlink_status(path, error).type() == std::filesystem::file_type::not_found) {
     return SaverPlan{};
   }
   auto plan = SaverPlan::load(path);
@@ -74,7 +73,7 @@ void showPlan(const std::filesystem::path& path, const std::optional<std::string
   auto plan = SaverPlan::load(path);
   if (!plan) {
     std::error_code error;
-    const bool exists = std::filesystem::exists(path, error);
+    const bool exists = std::filesystem::symlink_status(path, error).type() != std::filesystem::file_type::not_found;
     throw Failure(exists ? fmt::format("no plan at {}: {}", path.string(), plan.error())
                          : fmt::format("no plan at {}", path.string()));
   }
@@ -163,7 +162,6 @@ std::string describeRule(ScreenRule rule) {
 
 void addPlanCommands(CLI::App& app, Context& context, Action& action) {
   auto* group = app.add_subcommand("plan", "Inspect and edit the screensaver plan");
-  group->require_subcommand(1);
 
   {
     auto* show = group->add_subcommand("show", "Print the plan, or what one screen gets");

@@ -52,8 +52,11 @@ Result<std::int64_t> Coding<std::int64_t>::decode(const Json& json, const Option
 }
 
 Json Coding<double>::encode(double value, const Options& options) {
-  if (std::isfinite(value) || !options.nonFiniteStrings) {
-    return value;  // a non-finite value without the string form is written as null
+  if (std::isfinite(value)) {
+    return value;
+  }
+  if (!options.nonFiniteStrings) {
+    return nullptr;  // plain JSON has no form for it
   }
   if (std::isnan(value)) {
     return "NaN";

@@ -1,0 +1,14 @@
+#!/usr/bin/env bash
+# Installs what is needed, then builds and runs every test twice: in the release build and
+# under AddressSanitizer + UndefinedBehaviorSanitizer. Fails on the first failure.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+./scripts/setup.sh
+for preset in release asan; do
+  echo "== $preset: build"
+  cmake --preset "$preset" >/dev/null
+  cmake --build --preset "$preset"
+  echo "== $preset: test"
+  ctest --preset "$preset"
+done

@@ -1,0 +1,36 @@
+#include "core/support/log.hpp"
+
+#include <gtest/gtest.h>
+
+namespace korvalen {
+namespace {
+
+TEST(Log, CaptureReceivesLinesWithCategoryAndLevel) {
+  log::Capture capture;
+  log::write("screensaver", log::Level::error, "[abc123] no plan at /x: black");
+  log::writef("pingpong", log::Level::notice, "built {} in {:.1f} s", "clip.mp4", 2.25);
+  const std::vector<log::Line> expected{{"screensaver", log::Level::error, "[abc123] no plan at /x: black"},
+                                        {"pingpong", log::Level::notice, "built clip.mp4 in 2.2 s"}};
+  EXPECT_EQ(capture.lines(), expected);
+}
+
+TEST(Log, NestedCapturesRestoreTheOuterOne) {
+  log::Capture outer;
+  {
+    log::Capture inner;
+    log::write("a", log::Level::info, "inner");
+    EXPECT_EQ(inner.lines().size(), 1U);
+  }
+  log::write("a", log::Level::info, "outer");
+  ASSERT_EQ(outer.lines().size(), 1U);
+  EXPECT_EQ(outer.lines()[0].message, "outer");
+}
+
+TEST(Log, BackendLineCarriesTheSubsystem) {
+  EXPECT_EQ(log::formatLine({"screensaver", log::Level::notice, "stopped: stopAnimation"}),
+            "com.vexil.korvalen screensaver default: stopped: stopAnimation");
+  EXPECT_EQ(log::formatLine({"app", log::Level::fault, "x"}), "com.vexil.korvalen app fault: x");
+}
+
+}  // namespace
+}  // namespace korvalen
