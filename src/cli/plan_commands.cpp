@@ -68,6 +68,10 @@ struct Target {
   }
 };
 
+std::string describeOptional(const std::optional<SaverContent>& content) {
+  return content ? describeContent(*content) : "none";
+}
+
 void showPlan(const std::filesystem::path& path, const std::optional<std::string>& screen, bool asJson,
               Context& context) {
   auto plan = SaverPlan::load(path);
@@ -103,8 +107,8 @@ void showPlan(const std::filesystem::path& path, const std::optional<std::string
   out << fmt::format("  sound {}, volume {}, dim {}, saturation {}, rate {}, guardsFlashes {}\n", onOff(plan->sound),
                      formatNumber(plan->volume), formatNumber(plan->dim), formatNumber(plan->saturation),
                      formatNumber(plan->rate), yesNo(plan->guardsFlashes()));
-  out << "chosen: " << (plan->chosen ? describeContent(*plan->chosen) : "none") << "\n";
-  out << "shared: " << (plan->shared ? describeContent(*plan->shared) : "none") << "\n";
+  out << "chosen: " << describeOptional(plan->chosen) << "\n";
+  out << "shared: " << describeOptional(plan->shared) << "\n";
   out << "screens:" << (plan->screens.empty() ? " none" : "") << "\n";
   for (const auto& [id, content] : plan->screens) {
     out << "  " << id << ": " << describeContent(content) << "\n";

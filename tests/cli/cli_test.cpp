@@ -14,11 +14,11 @@
 namespace korvalen::cli {
 namespace {
 
-using ::testing::HasSubstr;
-using ::testing::StartsWith;
 using korvalen::testing::readText;
 using korvalen::testing::TempFolder;
 using korvalen::testing::writeText;
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
 
 struct Outcome {
   int status;
@@ -111,8 +111,7 @@ TEST_F(Cli, ShowPrintsThePlanWideSettings) {
   const auto outcome = run({"plan", "show"});
   EXPECT_EQ(outcome.status, ok);
   EXPECT_THAT(outcome.out, HasSubstr("written 2026-11-22T10:00:00Z, version 1"));
-  EXPECT_THAT(outcome.out,
-              HasSubstr("sound on, volume 0.5, dim 0.2, saturation 0.8, rate 0.75, guardsFlashes no"));
+  EXPECT_THAT(outcome.out, HasSubstr("sound on, volume 0.5, dim 0.2, saturation 0.8, rate 0.75, guardsFlashes no"));
   EXPECT_THAT(outcome.out, HasSubstr("screens: none"));
   const auto plan = json::Json::parse(run({"plan", "show", "--json"}).out);
   EXPECT_EQ(plan["stopsFlashing"], false);
@@ -147,13 +146,21 @@ INSTANTIATE_TEST_SUITE_P(
     Cli, CliRefuses,
     ::testing::Values(
         BadArguments{"UnknownKind", {"plan", "put", "--shared", "--kind", "movie", "--path", "/a"}, "--kind"},
-        BadArguments{"UnknownFit", {"plan", "put", "--shared", "--kind", "video", "--path", "/a", "--fit", "cover"}, "--fit"},
-        BadArguments{"CropOfThree", {"plan", "put", "--shared", "--kind", "video", "--path", "/a", "--crop", "0,0,1"}, "--crop"},
-        BadArguments{"CropWord", {"plan", "put", "--shared", "--kind", "video", "--path", "/a", "--crop", "a,b,c,d"}, "--crop"},
-        BadArguments{"CropOutside", {"plan", "put", "--shared", "--kind", "video", "--path", "/a", "--crop", "0,0,1.5,1"}, "--crop"},
-        BadArguments{"TrimBackwards", {"plan", "put", "--shared", "--kind", "video", "--path", "/a", "--trim", "5:2"}, "--trim"},
+        BadArguments{
+            "UnknownFit", {"plan", "put", "--shared", "--kind", "video", "--path", "/a", "--fit", "cover"}, "--fit"},
+        BadArguments{
+            "CropOfThree", {"plan", "put", "--shared", "--kind", "video", "--path", "/a", "--crop", "0,0,1"}, "--crop"},
+        BadArguments{
+            "CropWord", {"plan", "put", "--shared", "--kind", "video", "--path", "/a", "--crop", "a,b,c,d"}, "--crop"},
+        BadArguments{"CropOutside",
+                     {"plan", "put", "--shared", "--kind", "video", "--path", "/a", "--crop", "0,0,1.5,1"},
+                     "--crop"},
+        BadArguments{
+            "TrimBackwards", {"plan", "put", "--shared", "--kind", "video", "--path", "/a", "--trim", "5:2"}, "--trim"},
         BadArguments{"NoTarget", {"plan", "put", "--kind", "video", "--path", "/a"}, "--screen,--shared,--chosen"},
-        BadArguments{"TwoTargets", {"plan", "put", "--shared", "--chosen", "--kind", "video", "--path", "/a"}, "--screen,--shared,--chosen"},
+        BadArguments{"TwoTargets",
+                     {"plan", "put", "--shared", "--chosen", "--kind", "video", "--path", "/a"},
+                     "--screen,--shared,--chosen"},
         BadArguments{"NoPath", {"plan", "put", "--shared", "--kind", "video"}, "--path"},
         BadArguments{"NegativeVolume", {"plan", "set", "--volume", "-0.5"}, "--volume"},
         BadArguments{"LoudVolume", {"plan", "set", "--volume", "1.5"}, "--volume"},
@@ -171,10 +178,10 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST_F(Cli, AnUnreadablePlanIsNeverOverwritten) {
   writeText(planPath(), "{\"version\": 1, oops");
-  for (const auto& arguments : std::vector<std::vector<std::string>>{
-           {"plan", "put", "--shared", "--kind", "video", "--path", "/a"},
-           {"plan", "set", "--volume", "0.5"},
-           {"plan", "clear", "--shared"}}) {
+  for (const auto& arguments :
+       std::vector<std::vector<std::string>>{{"plan", "put", "--shared", "--kind", "video", "--path", "/a"},
+                                             {"plan", "set", "--volume", "0.5"},
+                                             {"plan", "clear", "--shared"}}) {
     expectOneLineError(run(arguments), failed, "left " + planPath() + " as it is");
     EXPECT_EQ(readText(planPath()), "{\"version\": 1, oops");
   }
@@ -220,10 +227,8 @@ TEST_F(Cli, PlacePrintsThePlacementAndTheSourceInPixels) {
             "destination  x=0 y=0 width=1920 height=1080\n"
             "distorts     no\n"
             "source px    x=960 y=540 width=1920 height=1080\n");
-  const auto asJson =
-      json::Json::parse(run({"place", "--media", "1920x1080", "--surface", "1920x1080", "--crop", "0.25,0,0.5,1",
-                             "--json"})
-                            .out);
+  const auto asJson = json::Json::parse(
+      run({"place", "--media", "1920x1080", "--surface", "1920x1080", "--crop", "0.25,0,0.5,1", "--json"}).out);
   EXPECT_EQ(asJson["sourceCrop"]["y"], 0.25);
   EXPECT_EQ(asJson["destination"]["width"], 1920.0);
   EXPECT_EQ(asJson["distorts"], false);

@@ -32,7 +32,12 @@ FitRect centredSource(double width, double height) {
 
 }  // namespace
 
-VideoPlacement compute(std::int64_t vw, std::int64_t vh, std::int64_t sw, std::int64_t sh, FitMode fit) {
+VideoPlacement compute(std::int64_t videoWidth, std::int64_t videoHeight, std::int64_t surfaceWidth,
+                       std::int64_t surfaceHeight, FitMode fit) {
+  const auto vw = videoWidth;
+  const auto vh = videoHeight;
+  const auto sw = surfaceWidth;
+  const auto sh = surfaceHeight;
   VideoPlacement placement{FitRect::unit(), FitRect{0, 0, real(sw), real(sh)}, false};
   if (vw < 1 || vh < 1 || sw < 1 || sh < 1) {
     return placement;
@@ -74,8 +79,12 @@ VideoPlacement compute(std::int64_t vw, std::int64_t vh, std::int64_t sw, std::i
   return placement;
 }
 
-VideoPlacement compute(std::int64_t vw, std::int64_t vh, std::int64_t sw, std::int64_t sh, FitMode fit,
-                       const std::optional<CropRect>& crop) {
+VideoPlacement compute(std::int64_t videoWidth, std::int64_t videoHeight, std::int64_t surfaceWidth,
+                       std::int64_t surfaceHeight, FitMode fit, const std::optional<CropRect>& crop) {
+  const auto vw = videoWidth;
+  const auto vh = videoHeight;
+  const auto sw = surfaceWidth;
+  const auto sh = surfaceHeight;
   if (!crop) {
     return compute(vw, vh, sw, sh, fit);
   }
@@ -93,11 +102,13 @@ VideoPlacement compute(std::int64_t vw, std::int64_t vh, std::int64_t sw, std::i
   return inner;
 }
 
-FitRect pixelSourceRect(const FitRect& rect, std::int64_t vw, std::int64_t vh) {
-  if (vw < 1 || vh < 1) {
+FitRect pixelSourceRect(const FitRect& rect, std::int64_t videoWidth, std::int64_t videoHeight) {
+  if (videoWidth < 1 || videoHeight < 1) {
     return FitRect{0, 0, 0, 0};
   }
-  return FitRect{rect.x * real(vw), rect.y * real(vh), rect.width * real(vw), rect.height * real(vh)};
+  const double width = real(videoWidth);
+  const double height = real(videoHeight);
+  return FitRect{rect.x * width, rect.y * height, rect.width * width, rect.height * height};
 }
 
 }  // namespace korvalen::VideoFit

@@ -5,19 +5,19 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <array>
 #include <cerrno>
-#include <cstring>
-#include <fstream>
+#include <system_error>
 #include <vector>
 
 namespace korvalen::files {
 namespace {
 
 std::string problem(std::string_view what, const std::filesystem::path& path, int error) {
-  return fmt::format("could not {} {}: {}", what, path.string(), std::strerror(error));
+  return fmt::format("could not {} {}: {}", what, path.string(), std::generic_category().message(error));
 }
 
-// Closes the descriptor and removes the temporary file unless told the rename happened.
+// Owns a descriptor; removes the file on the way out unless told to keep it.
 class TemporaryFile {
  public:
   TemporaryFile(int descriptor, std::string path) : descriptor_(descriptor), path_(std::move(path)) {}
@@ -97,19 +97,27 @@ std::expected<void, std::string> writeAtomically(const std::filesystem::path& pa
 }
 
 std::expected<std::string, std::string> read(const std::filesystem::path& path) {
-  std::ifstream stream(path, std::ios::binary);
-  if (!stream) {
+  const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (descriptor < 0) {
     return std::unexpected(problem("read", path, errno));
   }
-  std::error_code error;
-  if (std::filesystem::is_directory(path, error)) {
-    return std::unexpected(problem("read", path, EISDIR));
+  TemporaryFile opened(descriptor, path.string());
+  opened.keep();  // only the descriptor is ours to close
+  std::string bytes;
+  std::array<char, 65536> buffer{};
+  while (true) {
+    const auto count = ::read(descriptor, buffer.data(), buffer.size());
+    if (count < 0) {
+      if (errno == EINTR) {
+        continue;
+      }
+      return std::unexpected(problem("read", path, errno));
+    }
+    if (count == 0) {
+      return bytes;
+    }
+    bytes.append(buffer.data(), static_cast<std::size_t>(count));
   }
-  std::string bytes{std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
-  if (stream.bad()) {
-    return std::unexpected(problem("read", path, errno));
-  }
-  return bytes;
 }
 
 }  // namespace korvalen::files

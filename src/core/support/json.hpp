@@ -5,6 +5,7 @@
 
 #include "core/support/iso8601.hpp"
 
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 #include <cstdint>
@@ -105,7 +106,7 @@ struct Coding<std::vector<T>> {
     for (std::size_t i = 0; i < json.size(); ++i) {
       auto element = Coding<T>::decode(json[i], options);
       if (!element) {
-        return std::unexpected(element.error().under("[" + std::to_string(i) + "]"));
+        return std::unexpected(element.error().under(fmt::format("[{}]", i)));
       }
       out.push_back(std::move(*element));
     }

@@ -11,7 +11,8 @@ namespace korvalen::paths {
 
 Environment processEnvironment() {
   return [](std::string_view name) -> std::optional<std::string> {
-    const char* value = std::getenv(std::string(name).c_str());
+    // Nothing in the process sets variables, so reading them from any thread is safe.
+    const char* value = std::getenv(std::string(name).c_str());  // NOLINT(concurrency-mt-unsafe)
     if (value == nullptr) {
       return std::nullopt;
     }

@@ -56,7 +56,8 @@ INSTANTIATE_TEST_SUITE_P(
         BadItem{"UnknownKind", withKey("kind", "movie"), "kind: unknown kind \"movie\""},
         BadItem{"UnknownFit", withKey("fit", "Fill"), "fit: unknown fit mode \"Fill\""},
         BadItem{"BadCrop", withKey("crop", Json::parse(R"({"x":0,"y":0,"width":1})")), "crop.height: missing"},
-        BadItem{"BadMonitorCrop", withKey("cropByMonitor", Json::parse(R"({"m":{"x":0,"y":0,"width":"1","height":1}})")),
+        BadItem{"BadMonitorCrop",
+                withKey("cropByMonitor", Json::parse(R"({"m":{"x":0,"y":0,"width":"1","height":1}})")),
                 "cropByMonitor.m.width: expected a number, found string"},
         BadItem{"BadDate", withKey("addedUTC", "yesterday"), "addedUTC: not a date: yesterday"},
         BadItem{"BadTag", withKey("tags", Json::parse(R"(["a", 1])")), "tags[1]: expected text, found number"},
@@ -150,8 +151,8 @@ TEST(LibraryItemIdentity, EqualityAndHashingLookOnlyAtIdAndSha) {
 }
 
 TEST(LibraryEnumerations, RawStringsRoundTripAndUnknownWordsAreAbsent) {
-  for (auto kind : {WallpaperKind::none, WallpaperKind::solid, WallpaperKind::image, WallpaperKind::video,
-                    WallpaperKind::web}) {
+  for (auto kind :
+       {WallpaperKind::none, WallpaperKind::solid, WallpaperKind::image, WallpaperKind::video, WallpaperKind::web}) {
     EXPECT_EQ(parseWallpaperKind(toString(kind)), kind);
   }
   for (auto fit : {FitMode::fill, FitMode::fit, FitMode::stretch, FitMode::center}) {
@@ -163,7 +164,8 @@ TEST(LibraryEnumerations, RawStringsRoundTripAndUnknownWordsAreAbsent) {
 }
 
 TEST(VideoMetadataCoding, TitleAndProviderAreRequired) {
-  const auto metadata = json::decode<VideoMetadata>(Json::parse(R"({"title":"T","provider":"local","durationSeconds":12.5})"));
+  const auto metadata =
+      json::decode<VideoMetadata>(Json::parse(R"({"title":"T","provider":"local","durationSeconds":12.5})"));
   ASSERT_TRUE(metadata.has_value());
   EXPECT_EQ(metadata->durationSeconds, 12.5);
   EXPECT_EQ(json::encode(*metadata), Json::parse(R"({"title":"T","provider":"local","durationSeconds":12.5})"));

@@ -33,18 +33,17 @@ TEST_P(CropSanitise, RepairsInTheDocumentedOrder) {
 
 INSTANTIATE_TEST_SUITE_P(
     Crop, CropSanitise,
-    ::testing::Values(
-        SanitiseCase{"TinyWidthRevertsToFullAndSlides", {0.5, 0.5, 0.005, 0.8}, {0, 0.2, 1, 0.8}},
-        SanitiseCase{"NaNWidthBecomesFull", {0.3, 0, nan, 0.5}, {0, 0, 1, 0.5}},
-        SanitiseCase{"InfiniteHeightBecomesFull", {0, 0.4, 0.5, inf}, {0, 0, 0.5, 1}},
-        SanitiseCase{"ExactlyOnePercentIsKept", {0.2, 0.2, 0.01, 0.01}, {0.2, 0.2, 0.01, 0.01}},
-        SanitiseCase{"JustBelowOnePercentReverts", {0, 0, 0.0099, 0.5}, {0, 0, 1, 0.5}},
-        SanitiseCase{"NegativeSizeClampsToZeroThenReverts", {0, 0, -0.5, 0.5}, {0, 0, 1, 0.5}},
-        SanitiseCase{"OversizeClampsToOne", {0, 0, 3, 0.5}, {0, 0, 1, 0.5}},
-        SanitiseCase{"NegativeOriginClampsToZero", {-0.2, -5, 0.5, 0.5}, {0, 0, 0.5, 0.5}},
-        SanitiseCase{"NaNOriginIsZero", {nan, nan, 0.5, 0.5}, {0, 0, 0.5, 0.5}},
-        SanitiseCase{"OverhangSlidesBackWithoutShrinking", {0.9, 0.75, 0.5, 0.5}, {0.5, 0.5, 0.5, 0.5}},
-        SanitiseCase{"ExactFitIsKept", {0.5, 0, 0.5, 1}, {0.5, 0, 0.5, 1}}),
+    ::testing::Values(SanitiseCase{"TinyWidthRevertsToFullAndSlides", {0.5, 0.5, 0.005, 0.8}, {0, 0.2, 1, 0.8}},
+                      SanitiseCase{"NaNWidthBecomesFull", {0.3, 0, nan, 0.5}, {0, 0, 1, 0.5}},
+                      SanitiseCase{"InfiniteHeightBecomesFull", {0, 0.4, 0.5, inf}, {0, 0, 0.5, 1}},
+                      SanitiseCase{"ExactlyOnePercentIsKept", {0.2, 0.2, 0.01, 0.01}, {0.2, 0.2, 0.01, 0.01}},
+                      SanitiseCase{"JustBelowOnePercentReverts", {0, 0, 0.0099, 0.5}, {0, 0, 1, 0.5}},
+                      SanitiseCase{"NegativeSizeClampsToZeroThenReverts", {0, 0, -0.5, 0.5}, {0, 0, 1, 0.5}},
+                      SanitiseCase{"OversizeClampsToOne", {0, 0, 3, 0.5}, {0, 0, 1, 0.5}},
+                      SanitiseCase{"NegativeOriginClampsToZero", {-0.2, -5, 0.5, 0.5}, {0, 0, 0.5, 0.5}},
+                      SanitiseCase{"NaNOriginIsZero", {nan, nan, 0.5, 0.5}, {0, 0, 0.5, 0.5}},
+                      SanitiseCase{"OverhangSlidesBackWithoutShrinking", {0.9, 0.75, 0.5, 0.5}, {0.5, 0.5, 0.5, 0.5}},
+                      SanitiseCase{"ExactFitIsKept", {0.5, 0, 0.5, 1}, {0.5, 0, 0.5, 1}}),
     korvalen::testing::ByName{});
 
 TEST(CropWholeFrame, ToleratesAHairAtEachEdge) {

@@ -122,7 +122,8 @@ INSTANTIATE_TEST_SUITE_P(
                       Damage{"NoDim", {"dim"}, std::nullopt}, Damage{"NoSaturation", {"saturation"}, std::nullopt},
                       Damage{"NoRate", {"rate"}, std::nullopt}, Damage{"NoScreens", {"screens"}, std::nullopt},
                       Damage{"NullRate", {"rate"}, Json(nullptr)}, Damage{"RateAsText", {"rate"}, Json("1")},
-                      Damage{"SoundAsNumber", {"sound"}, Json(1)}, Damage{"WrittenNotADate", {"written"}, Json("today")},
+                      Damage{"SoundAsNumber", {"sound"}, Json(1)},
+                      Damage{"WrittenNotADate", {"written"}, Json("today")},
                       Damage{"ScreensAsList", {"screens"}, Json::array()},
                       Damage{"NoSharpen", {"screens", "A", "sharpen"}, std::nullopt},
                       Damage{"NoTrimEnd", {"shared", "trimEnd"}, std::nullopt},
@@ -205,8 +206,18 @@ TEST(SaverPlanCompare, SameContentIgnoresOnlyTheStamp) {
 }
 
 TEST(SaverContentFrom, TheScreensOwnCropWinsOverTheGeneralOne) {
-  WallpaperContent library{WallpaperKind::video, "/m/a.mp4", FitMode::center, CropRect{0.1, 0.1, 0.5, 0.5},
-                           {{"S1", CropRect{0, 0, 0.25, 1}}}, 3, 8, true, true, true, "item", "crossBlend"};
+  WallpaperContent library{WallpaperKind::video,
+                           "/m/a.mp4",
+                           FitMode::center,
+                           CropRect{0.1, 0.1, 0.5, 0.5},
+                           {{"S1", CropRect{0, 0, 0.25, 1}}},
+                           3,
+                           8,
+                           true,
+                           true,
+                           true,
+                           "item",
+                           "crossBlend"};
   const auto s1 = SaverContent::from(library, "S1", "Title", 0.4, "/still.png");
   EXPECT_EQ(s1.crop, (CropRect{0, 0, 0.25, 1}));
   EXPECT_EQ(s1.kind, WallpaperKind::video);

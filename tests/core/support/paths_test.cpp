@@ -2,9 +2,9 @@
 
 #include <gtest/gtest.h>
 
-#include <map>
 #include <pwd.h>
 #include <unistd.h>
+#include <map>
 
 namespace korvalen {
 namespace {

@@ -35,12 +35,13 @@ TEST_P(TextTrim, TheTwoSetsDifferOnLineBreaks) {
   EXPECT_EQ(text::trimWhitespaceAndNewlines(param.input), param.whitespaceAndNewlines);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Text, TextTrim,
-    ::testing::Values(TrimCase{"  pause\t", "pause", "pause"}, TrimCase{"\npause\r\n", "\npause\r\n", "pause"},
-                      TrimCase{"\u00a0no-break\u2003", "no-break", "no-break"},
-                      TrimCase{"\u2028line\u0085", "\u2028line\u0085", "line"}, TrimCase{" a b ", "a b", "a b"},
-                      TrimCase{" \t ", "", ""}, TrimCase{"", "", ""}, TrimCase{"\v x", "\v x", "x"}));
+INSTANTIATE_TEST_SUITE_P(Text, TextTrim,
+                         ::testing::Values(TrimCase{"  pause\t", "pause", "pause"},
+                                           TrimCase{"\npause\r\n", "\npause\r\n", "pause"},
+                                           TrimCase{"\u00a0no-break\u2003", "no-break", "no-break"},
+                                           TrimCase{"\u2028line\u0085", "\u2028line\u0085", "line"},
+                                           TrimCase{" a b ", "a b", "a b"}, TrimCase{" \t ", "", ""},
+                                           TrimCase{"", "", ""}, TrimCase{"\v x", "\v x", "x"}));
 
 TEST(TextLength, CountsUtf16CodeUnits) {
   EXPECT_EQ(text::utf16Length("abc"), 3U);
