@@ -56,6 +56,13 @@ double parseNumber(std::string_view text, std::string_view argument) {
   refuse(argument, "a number", text);
 }
 
+std::int64_t parseInteger(std::string_view text, std::string_view argument) {
+  if (auto value = wholeNumber(text)) {
+    return *value;
+  }
+  refuse(argument, "a whole number", text);
+}
+
 double parseInRange(std::string_view text, std::string_view argument, double low, double high) {
   const double value = parseNumber(text, argument);
   if (value < low || value > high) {

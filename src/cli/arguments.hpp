@@ -31,6 +31,8 @@ struct Size {
 
 // Locale-free number in "." notation; finite only.
 double parseNumber(std::string_view text, std::string_view argument);
+// A whole number in the signed 64-bit range.
+std::int64_t parseInteger(std::string_view text, std::string_view argument);
 // "WxH" with whole numbers from 0 to 1,000,000 each.
 Size parseSize(std::string_view text, std::string_view argument);
 // "X,Y,W,H" with 0 <= X, Y <= 1 and 0 < W, H <= 1.

@@ -28,6 +28,7 @@ int run(const std::vector<std::string>& arguments, Context& context) {
   Action action;
   addPlanCommands(app, context, action);
   addPlaceCommand(app, context, action);
+  addPlaylistCommands(app, context, action);
   addDemoCommand(app, context, action);
 
   std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "cli/cli.hpp"
+#include "core/library/playlist_scheduler.hpp"
 #include "core/rendering/video_fit.hpp"
 #include "core/screensaver/saver_plan.hpp"
 
@@ -18,6 +19,7 @@ using Action = std::function<int()>;
 void addPlanCommands(CLI::App& app, Context& context, Action& action);
 void addPlaceCommand(CLI::App& app, Context& context, Action& action);
 void addDemoCommand(CLI::App& app, Context& context, Action& action);
+void addPlaylistCommands(CLI::App& app, Context& context, Action& action);
 
 // One line: "video /m/a.mp4 fit=fill crop=0.25,0,0.5,1 mirror-h trim=2:end".
 std::string describeContent(const SaverContent& content);
@@ -27,5 +29,24 @@ std::string describeRule(ScreenRule rule);
 std::string describeRect(const FitRect& rect);
 // The lines `korvalen place` prints for one placement.
 std::string describePlacement(const VideoPlacement& placement, std::int64_t mediaWidth, std::int64_t mediaHeight);
+
+// A playlist run from `from` to `until`, the clock moving in `step`s.
+struct Simulation {
+  Playlist playlist;
+  const TimeZone& zone;
+  Date from;
+  Date until;
+  Date::duration step;
+  std::int64_t seed = 0;
+  std::optional<std::vector<std::string>> available;  // absent: everything is available
+  std::set<std::string> avoid;                        // non-empty: move on with advanceAvoiding
+};
+
+// The start state, then every state that differs from the one before.
+std::vector<PlaylistState> simulatePlaylist(const Simulation& simulation);
+// "2026-05-01 07:30 CEST  sunrise  (scheduled)".
+std::string describeChange(const PlaylistState& state, const TimeZone& zone);
+// "2026-05-01 07:30 CEST".
+std::string localTime(Date date, const TimeZone& zone);
 
 }  // namespace korvalen::cli

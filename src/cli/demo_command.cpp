@@ -1,6 +1,7 @@
 // `korvalen demo`: a guided run over a sample plan in a throw-away Korvalen folder.
 #include "cli/arguments.hpp"
 #include "cli/commands.hpp"
+#include "core/library/schedule_editing.hpp"
 
 #include <fmt/format.h>
 
@@ -66,6 +67,36 @@ SaverPlan samplePlan(const std::filesystem::path& media, const std::string& lapt
   return plan;
 }
 
+void showPlaylists(std::ostream& out) {
+  out << "\nA day's schedule, typed as a user would: 21:00=night 7.30=sunrise 12=noon\n";
+  const auto built = ScheduleEditing::build({{"21:00", "night"}, {"7.30", "sunrise"}, {"12", "noon"}});
+  for (const auto& entry : *built.schedule) {
+    out << "  " << entry.from.text() << "  " << entry.itemID << "\n";
+  }
+  const auto& berlin = *findTimeZone("Europe/Berlin");
+  const Playlist day{"Day", {"sunrise", "noon", "night"}, 30, false, *built.schedule};
+  // The night the clocks go forward: the schedule follows the wall clock.
+  const Date midnight =
+      std::chrono::time_point_cast<Date::duration>(berlin.to_sys(date::local_days{date::year{2026} / 3 / 29}));
+  out << "Played in Berlin on 29 March 2026, when the clocks go forward:\n";
+  for (const auto& change : simulatePlaylist(
+           {day, berlin, midnight, midnight + std::chrono::hours(23), std::chrono::minutes(1), 0, std::nullopt, {}})) {
+    out << "  " << describeChange(change, berlin) << "\n";
+  }
+  const Playlist mix{"Mix", {"waves", "forest", "rain", "embers"}, 20, true, {}};
+  out << "A shuffled playlist, 20 minutes each, seed 7, \"rain\" passed over as flashing:\n";
+  for (const auto& change : simulatePlaylist({mix,
+                                              berlin,
+                                              midnight + std::chrono::hours(8),
+                                              midnight + std::chrono::hours(10),
+                                              std::chrono::minutes(1),
+                                              7,
+                                              std::nullopt,
+                                              {"rain"}})) {
+    out << "  " << describeChange(change, berlin) << "\n";
+  }
+}
+
 }  // namespace
 
 void addDemoCommand(CLI::App& app, Context& context, Action& action) {
@@ -115,6 +146,7 @@ void addDemoCommand(CLI::App& app, Context& context, Action& action) {
           start = end + 1;
         }
       }
+      showPlaylists(out);
       out << "\nThe temporary Korvalen folder is removed again.\n";
       return ok;
     };

@@ -1,62 +1,12 @@
-#include "cli/cli.hpp"
-
+#include "cli/cli_fixture.hpp"
 #include "core/screensaver/saver_plan.hpp"
-#include "support/temp_folder.hpp"
-
-#include <gmock/gmock.h>
 #include "support/param_name.hpp"
-
-#include <gtest/gtest.h>
-
-#include <map>
-#include <sstream>
 
 namespace korvalen::cli {
 namespace {
 
 using korvalen::testing::readText;
-using korvalen::testing::TempFolder;
 using korvalen::testing::writeText;
-using ::testing::HasSubstr;
-using ::testing::StartsWith;
-
-struct Outcome {
-  int status;
-  std::string out;
-  std::string err;
-};
-
-class Cli : public ::testing::Test {
- protected:
-  Outcome run(std::vector<std::string> arguments) {
-    std::ostringstream out;
-    std::ostringstream err;
-    auto variables = environment;
-    Context context{out, err,
-                    [variables](std::string_view name) -> std::optional<std::string> {
-                      const auto found = variables.find(std::string(name));
-                      return found == variables.end() ? std::nullopt : std::optional<std::string>(found->second);
-                    },
-                    [this] { return now; }};
-    const int status = cli::run(arguments, context);
-    return {status, out.str(), err.str()};
-  }
-
-  // Usage errors and failures are one line on standard error and nothing on standard output.
-  static void expectOneLineError(const Outcome& outcome, int status, const std::string& fragment) {
-    EXPECT_EQ(outcome.status, status) << outcome.err;
-    EXPECT_THAT(outcome.err, StartsWith("korvalen: "));
-    EXPECT_THAT(outcome.err, HasSubstr(fragment));
-    EXPECT_EQ(std::count(outcome.err.begin(), outcome.err.end(), '\n'), 1) << outcome.err;
-    EXPECT_EQ(outcome.out, "");
-  }
-
-  [[nodiscard]] std::string planPath() const { return (folder / "Korvalen/screensaver-plan.json").string(); }
-
-  TempFolder folder;
-  std::map<std::string, std::string> environment{{"KORVALEN_SAVER_PLAN", planPath()}};
-  Date now = *ISO8601::plain().parse("2026-11-22T10:00:00Z");
-};
 
 TEST_F(Cli, ShowWithoutAPlanSaysSoOnOneLine) {
   const auto outcome = run({"plan", "show"});
@@ -172,7 +122,7 @@ INSTANTIATE_TEST_SUITE_P(
         BadArguments{"PlaceNegativeSize", {"place", "--media", "10x10", "--surface", "-10x10"}, "--surface"},
         BadArguments{"PlaceHugeSize", {"place", "--media", "10x10", "--surface", "99999999999x10"}, "--surface"},
         BadArguments{"UnknownCommand", {"plan", "frobnicate"}, "frobnicate"},
-        BadArguments{"NoCommand", {}, "choose a command: plan, place, demo"},
+        BadArguments{"NoCommand", {}, "choose a command: plan, place, schedule, playlist, demo"},
         BadArguments{"NoPlanCommand", {"plan"}, "choose a command: show, put, set, clear"}),
     korvalen::testing::ByName{});
 

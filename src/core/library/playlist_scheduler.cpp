@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <chrono>
+#include <string_view>
+#include <unordered_set>
 
 namespace korvalen::PlaylistScheduler {
 namespace {
@@ -51,9 +53,10 @@ std::optional<std::string> scheduledItem(const Playlist& playlist, Date now, con
     return std::nullopt;
   }
   const auto minute = TimeOfDay::of(now, zone).minutesSinceMidnight();
+  const std::unordered_set<std::string_view> availableIDs(available.begin(), available.end());
   std::vector<const ScheduleEntry*> kept;
   for (const auto& entry : playlist.schedule) {
-    if (std::find(available.begin(), available.end(), entry.itemID) != available.end()) {
+    if (availableIDs.contains(entry.itemID)) {
       kept.push_back(&entry);
     }
   }
