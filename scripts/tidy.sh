@@ -11,4 +11,4 @@ files=("$@")
 if [ ${#files[@]} -eq 0 ]; then mapfile -t files < <(git ls-files 'src/*.cpp'); fi
 tidy=$(command -v clang-tidy-16 || command -v clang-tidy)
 "$tidy" -p build/dev --quiet \
-  --extra-arg=-std=c++2b --extra-arg=-Wno-builtin-macro-redefined --extra-arg=-D__cpp_concepts=202002L "${files[@]}"
+  --extra-arg=-std=c++2b --extra-arg=-Wno-builtin-macro-redefined --extra-arg=-Wno-unknown-warning-option --extra-arg=-D__cpp_concepts=202002L "${files[@]}"

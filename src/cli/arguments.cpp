@@ -1,8 +1,9 @@
 #include "cli/arguments.hpp"
 
+#include "core/support/numbers.hpp"
+
 #include <fmt/format.h>
 
-#include <charconv>
 #include <cmath>
 #include <limits>
 #include <vector>
@@ -28,23 +29,8 @@ std::vector<std::string_view> split(std::string_view text, char separator) {
 }
 
 std::optional<double> number(std::string_view text) {
-  double value = 0;
-  const auto* end = text.data() + text.size();
-  const auto [stop, error] = std::from_chars(text.data(), end, value);
-  if (text.empty() || error != std::errc{} || stop != end || !std::isfinite(value)) {
-    return std::nullopt;
-  }
-  return value;
-}
-
-std::optional<std::int64_t> wholeNumber(std::string_view text) {
-  std::int64_t value = 0;
-  const auto* end = text.data() + text.size();
-  const auto [stop, error] = std::from_chars(text.data(), end, value);
-  if (text.empty() || error != std::errc{} || stop != end) {
-    return std::nullopt;
-  }
-  return value;
+  auto value = numbers::decimal(text);
+  return value && std::isfinite(*value) ? value : std::nullopt;
 }
 
 }  // namespace
@@ -57,7 +43,7 @@ double parseNumber(std::string_view text, std::string_view argument) {
 }
 
 std::int64_t parseInteger(std::string_view text, std::string_view argument) {
-  if (auto value = wholeNumber(text)) {
+  if (auto value = numbers::wholeNumber(text)) {
     return *value;
   }
   refuse(argument, "a whole number", text);
@@ -75,8 +61,8 @@ Size parseSize(std::string_view text, std::string_view argument) {
   const auto parts = split(text, 'x');
   constexpr std::int64_t largest = 1'000'000;
   if (parts.size() == 2) {
-    const auto width = wholeNumber(parts[0]);
-    const auto height = wholeNumber(parts[1]);
+    const auto width = numbers::wholeNumber(parts[0]);
+    const auto height = numbers::wholeNumber(parts[1]);
     if (width && height && *width >= 0 && *height >= 0 && *width <= largest && *height <= largest) {
       return Size{*width, *height};
     }

@@ -69,12 +69,17 @@ SaverPlan samplePlan(const std::filesystem::path& media, const std::string& lapt
 
 void showPlaylists(std::ostream& out) {
   out << "\nA day's schedule, typed as a user would: 21:00=night 7.30=sunrise 12=noon\n";
-  const auto built = ScheduleEditing::build({{"21:00", "night"}, {"7.30", "sunrise"}, {"12", "noon"}});
-  for (const auto& entry : *built.schedule) {
+  const auto schedule = ScheduleEditing::build({{"21:00", "night"}, {"7.30", "sunrise"}, {"12", "noon"}})
+                            .schedule.value_or(std::vector<ScheduleEntry>{});
+  for (const auto& entry : schedule) {
     out << "  " << entry.from.text() << "  " << entry.itemID << "\n";
   }
-  const auto& berlin = *findTimeZone("Europe/Berlin");
-  const Playlist day{"Day", {"sunrise", "noon", "night"}, 30, false, *built.schedule};
+  const auto* zone = findTimeZone("Europe/Berlin");
+  if (zone == nullptr) {
+    throw Failure("the time zone database has no Europe/Berlin; install tzdata");
+  }
+  const auto& berlin = *zone;
+  const Playlist day{"Day", {"sunrise", "noon", "night"}, 30, false, schedule};
   // The night the clocks go forward: the schedule follows the wall clock.
   const Date midnight =
       std::chrono::time_point_cast<Date::duration>(berlin.to_sys(date::local_days{date::year{2026} / 3 / 29}));

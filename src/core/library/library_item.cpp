@@ -83,106 +83,72 @@ Result<FitMode> Coding<FitMode>::decode(const Json& json, const Options&) {
   return decodeWord<FitMode>(json, parseFitMode, "fit mode");
 }
 
+namespace {
+
+// The five identity keys are required; any other key may be missing, but a present key of
+// the wrong type fails the item.
+constexpr auto libraryItemFields = [](auto& coder, auto& item) {
+  coder.required("id", item.id);
+  coder.required("kind", item.kind);
+  coder.required("relativePath", item.relativePath);
+  coder.required("title", item.title);
+  coder.required("sha256", item.sha256);
+  coder.defaulted("sizeBytes", item.sizeBytes);
+  coder.defaulted("width", item.width);
+  coder.defaulted("height", item.height);
+  coder.defaulted("addedUTC", item.addedUTC);
+  coder.defaulted("source", item.source);
+  coder.optional("sourceURL", item.sourceURL);
+  coder.optional("author", item.author);
+  coder.optional("authorURL", item.authorURL);
+  coder.optional("licence", item.licence);
+  coder.defaulted("tags", item.tags);
+  coder.defaulted("aiGenerated", item.aiGenerated);
+  coder.defaulted("allowNetwork", item.allowNetwork);
+  coder.defaulted("fit", item.fit);
+  coder.optional("crop", item.crop);
+  coder.defaulted("cropByMonitor", item.cropByMonitor);
+  coder.defaulted("mirrorHorizontal", item.mirrorHorizontal);
+  coder.defaulted("mirrorVertical", item.mirrorVertical);
+  coder.defaulted("upscaleEnabled", item.upscaleEnabled);
+  coder.optional("enhanceResampler", item.enhanceResampler);
+  coder.optional("enhanceSharpness", item.enhanceSharpness);
+  coder.optional("transitionID", item.transitionID);
+  coder.defaulted("pingPongEnabled", item.pingPongEnabled);
+  coder.optional("pingPongPath", item.pingPongPath);
+  coder.optional("trimStart", item.trimStart);
+  coder.optional("trimEnd", item.trimEnd);
+  coder.optional("flashedAt", item.flashedAt);
+  coder.defaulted("flashPeakPerSecond", item.flashPeakPerSecond);
+  coder.defaulted("missing", item.missing);
+};
+
+constexpr auto videoMetadataFields = [](auto& coder, auto& metadata) {
+  coder.required("title", metadata.title);
+  coder.optional("author", metadata.author);
+  coder.optional("authorURL", metadata.authorURL);
+  coder.optional("sourceURL", metadata.sourceURL);
+  coder.optional("licence", metadata.licence);
+  coder.required("provider", metadata.provider);
+  coder.optional("durationSeconds", metadata.durationSeconds);
+};
+
+}  // namespace
+
 Json Coding<LibraryItem>::encode(const LibraryItem& item, const Options& options) {
-  ObjectWriter out(options);
-  out.put("id", item.id)
-      .put("kind", item.kind)
-      .put("relativePath", item.relativePath)
-      .put("title", item.title)
-      .put("sha256", item.sha256)
-      .put("sizeBytes", item.sizeBytes)
-      .put("width", item.width)
-      .put("height", item.height)
-      .put("addedUTC", item.addedUTC)
-      .put("source", item.source)
-      .putIfPresent("sourceURL", item.sourceURL)
-      .putIfPresent("author", item.author)
-      .putIfPresent("authorURL", item.authorURL)
-      .putIfPresent("licence", item.licence)
-      .put("tags", item.tags)
-      .put("aiGenerated", item.aiGenerated)
-      .put("allowNetwork", item.allowNetwork)
-      .put("fit", item.fit)
-      .putIfPresent("crop", item.crop)
-      .put("cropByMonitor", item.cropByMonitor)
-      .put("mirrorHorizontal", item.mirrorHorizontal)
-      .put("mirrorVertical", item.mirrorVertical)
-      .put("upscaleEnabled", item.upscaleEnabled)
-      .putIfPresent("enhanceResampler", item.enhanceResampler)
-      .putIfPresent("enhanceSharpness", item.enhanceSharpness)
-      .putIfPresent("transitionID", item.transitionID)
-      .put("pingPongEnabled", item.pingPongEnabled)
-      .putIfPresent("pingPongPath", item.pingPongPath)
-      .putIfPresent("trimStart", item.trimStart)
-      .putIfPresent("trimEnd", item.trimEnd)
-      .putIfPresent("flashedAt", item.flashedAt)
-      .put("flashPeakPerSecond", item.flashPeakPerSecond)
-      .put("missing", item.missing);
-  return out.take();
+  return encodeObject(item, options, libraryItemFields);
 }
 
 Result<LibraryItem> Coding<LibraryItem>::decode(const Json& json, const Options& options) {
-  ObjectReader in(json, options);
-  LibraryItem item;
-  in.required("id", item.id);
-  in.required("kind", item.kind);
-  in.required("relativePath", item.relativePath);
-  in.required("title", item.title);
-  in.required("sha256", item.sha256);
-  in.defaulted("sizeBytes", item.sizeBytes);
-  in.defaulted("width", item.width);
-  in.defaulted("height", item.height);
-  in.defaulted("addedUTC", item.addedUTC);
-  in.defaulted("source", item.source);
-  in.optional("sourceURL", item.sourceURL);
-  in.optional("author", item.author);
-  in.optional("authorURL", item.authorURL);
-  in.optional("licence", item.licence);
-  in.defaulted("tags", item.tags);
-  in.defaulted("aiGenerated", item.aiGenerated);
-  in.defaulted("allowNetwork", item.allowNetwork);
-  in.defaulted("fit", item.fit);
-  in.optional("crop", item.crop);
-  in.defaulted("cropByMonitor", item.cropByMonitor);
-  in.defaulted("mirrorHorizontal", item.mirrorHorizontal);
-  in.defaulted("mirrorVertical", item.mirrorVertical);
-  in.defaulted("upscaleEnabled", item.upscaleEnabled);
-  in.optional("enhanceResampler", item.enhanceResampler);
-  in.optional("enhanceSharpness", item.enhanceSharpness);
-  in.optional("transitionID", item.transitionID);
-  in.defaulted("pingPongEnabled", item.pingPongEnabled);
-  in.optional("pingPongPath", item.pingPongPath);
-  in.optional("trimStart", item.trimStart);
-  in.optional("trimEnd", item.trimEnd);
-  in.optional("flashedAt", item.flashedAt);
-  in.defaulted("flashPeakPerSecond", item.flashPeakPerSecond);
-  in.defaulted("missing", item.missing);
-  return in.finishWith(std::move(item));
+  return decodeObject<LibraryItem>(json, options, libraryItemFields);
 }
 
 Json Coding<VideoMetadata>::encode(const VideoMetadata& metadata, const Options& options) {
-  ObjectWriter out(options);
-  out.put("title", metadata.title)
-      .putIfPresent("author", metadata.author)
-      .putIfPresent("authorURL", metadata.authorURL)
-      .putIfPresent("sourceURL", metadata.sourceURL)
-      .putIfPresent("licence", metadata.licence)
-      .put("provider", metadata.provider)
-      .putIfPresent("durationSeconds", metadata.durationSeconds);
-  return out.take();
+  return encodeObject(metadata, options, videoMetadataFields);
 }
 
 Result<VideoMetadata> Coding<VideoMetadata>::decode(const Json& json, const Options& options) {
-  ObjectReader in(json, options);
-  VideoMetadata metadata;
-  in.required("title", metadata.title);
-  in.optional("author", metadata.author);
-  in.optional("authorURL", metadata.authorURL);
-  in.optional("sourceURL", metadata.sourceURL);
-  in.optional("licence", metadata.licence);
-  in.required("provider", metadata.provider);
-  in.optional("durationSeconds", metadata.durationSeconds);
-  return in.finishWith(std::move(metadata));
+  return decodeObject<VideoMetadata>(json, options, videoMetadataFields);
 }
 
 }  // namespace json

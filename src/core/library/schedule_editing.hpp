@@ -13,7 +13,7 @@ namespace korvalen::ScheduleEditing {
 
 // Lenient: "7", "07", "0730", "7:30", "07.30" and "7.30" are all understood; "730", "7:3",
 // "24:00" and "12 30" are not.
-std::optional<TimeOfDay> parseTime(std::string_view text);
+std::optional<TimeOfDay> parseTime(std::string_view input);
 
 struct Row {
   std::string time;

@@ -1,10 +1,10 @@
 #include "core/library/time_of_day.hpp"
 
+#include "core/support/numbers.hpp"
 #include "core/support/text.hpp"
 
 #include <fmt/format.h>
 
-#include <charconv>
 #include <vector>
 
 namespace korvalen {
@@ -24,39 +24,6 @@ std::vector<std::string_view> splitAtColons(std::string_view text, bool keepEmpt
   return pieces;
 }
 
-// A whole decimal number with an optional sign, nothing else.
-std::optional<std::int64_t> integer(std::string_view text) {
-  if (!text.empty() && text.front() == '+') {
-    text.remove_prefix(1);
-    if (!text.empty() && text.front() == '-') {
-      return std::nullopt;
-    }
-  }
-  std::int64_t value = 0;
-  const auto* end = text.data() + text.size();
-  const auto [stop, error] = std::from_chars(text.data(), end, value);
-  if (text.empty() || error != std::errc{} || stop != end) {
-    return std::nullopt;
-  }
-  return value;
-}
-
-std::optional<double> decimal(std::string_view text) {
-  if (!text.empty() && text.front() == '+') {
-    text.remove_prefix(1);
-    if (!text.empty() && text.front() == '-') {
-      return std::nullopt;
-    }
-  }
-  double value = 0;
-  const auto* end = text.data() + text.size();
-  const auto [stop, error] = std::from_chars(text.data(), end, value);
-  if (text.empty() || error != std::errc{} || stop != end) {
-    return std::nullopt;
-  }
-  return value;
-}
-
 }  // namespace
 
 std::optional<TimeOfDay> TimeOfDay::parse(std::string_view text) {
@@ -64,8 +31,8 @@ std::optional<TimeOfDay> TimeOfDay::parse(std::string_view text) {
   if (pieces.size() != 2) {
     return std::nullopt;
   }
-  const auto hour = integer(pieces[0]);
-  const auto minute = integer(pieces[1]);
+  const auto hour = numbers::wholeNumber(pieces[0]);
+  const auto minute = numbers::wholeNumber(pieces[1]);
   if (!hour || !minute || *hour < 0 || *hour > 23 || *minute < 0 || *minute > 59) {
     return std::nullopt;
   }
@@ -91,7 +58,7 @@ Result<TimeOfDay> Coding<TimeOfDay>::decode(const Json& json, const Options& opt
     const auto trimmed = text::trimSpacesAndTabs(original);
     const auto pieces = splitAtColons(trimmed, true);
     if (pieces.size() == 3) {
-      if (const auto seconds = decimal(pieces[2]); seconds && *seconds >= 0 && *seconds < 60) {
+      if (const auto seconds = numbers::decimal(pieces[2]); seconds && *seconds >= 0 && *seconds < 60) {
         if (auto time = TimeOfDay::parse(std::string(pieces[0]) + ":" + std::string(pieces[1]))) {
           return *time;
         }
@@ -116,16 +83,19 @@ Result<TimeOfDay> Coding<TimeOfDay>::decode(const Json& json, const Options& opt
   return time;
 }
 
+namespace {
+constexpr auto scheduleEntryFields = [](auto& coder, auto& entry) {
+  coder.required("from", entry.from);
+  coder.required("itemID", entry.itemID);
+};
+}  // namespace
+
 Json Coding<ScheduleEntry>::encode(const ScheduleEntry& entry, const Options& options) {
-  return ObjectWriter(options).put("from", entry.from).put("itemID", entry.itemID).take();
+  return encodeObject(entry, options, scheduleEntryFields);
 }
 
 Result<ScheduleEntry> Coding<ScheduleEntry>::decode(const Json& json, const Options& options) {
-  ObjectReader in(json, options);
-  ScheduleEntry entry;
-  in.required("from", entry.from);
-  in.required("itemID", entry.itemID);
-  return in.finishWith(std::move(entry));
+  return decodeObject<ScheduleEntry>(json, options, scheduleEntryFields);
 }
 
 }  // namespace json

@@ -44,23 +44,21 @@ CropRect CropRect::sanitised() const {
 
 namespace json {
 
+namespace {
+constexpr auto cropFields = [](auto& coder, auto& crop) {
+  coder.required("x", crop.x);
+  coder.required("y", crop.y);
+  coder.required("width", crop.width);
+  coder.required("height", crop.height);
+};
+}  // namespace
+
 Json Coding<CropRect>::encode(const CropRect& crop, const Options& options) {
-  return ObjectWriter(options)
-      .put("x", crop.x)
-      .put("y", crop.y)
-      .put("width", crop.width)
-      .put("height", crop.height)
-      .take();
+  return encodeObject(crop, options, cropFields);
 }
 
 Result<CropRect> Coding<CropRect>::decode(const Json& json, const Options& options) {
-  ObjectReader reader(json, options);
-  CropRect crop;
-  reader.required("x", crop.x);
-  reader.required("y", crop.y);
-  reader.required("width", crop.width);
-  reader.required("height", crop.height);
-  return reader.finishWith(crop);
+  return decodeObject<CropRect>(json, options, cropFields);
 }
 
 }  // namespace json

@@ -12,17 +12,17 @@ struct TrimRange {
 };
 
 namespace json {
+inline constexpr auto trimRangeFields = [](auto& coder, auto& trim) {
+  coder.required("start", trim.start);
+  coder.required("end", trim.end);
+};
 template <>
 struct Coding<TrimRange> {
   static Json encode(const TrimRange& trim, const Options& options) {
-    return ObjectWriter(options).put("start", trim.start).put("end", trim.end).take();
+    return encodeObject(trim, options, trimRangeFields);
   }
   static Result<TrimRange> decode(const Json& json, const Options& options) {
-    ObjectReader reader(json, options);
-    TrimRange trim;
-    reader.required("start", trim.start);
-    reader.required("end", trim.end);
-    return reader.finishWith(trim);
+    return decodeObject<TrimRange>(json, options, trimRangeFields);
   }
 };
 }  // namespace json

@@ -102,72 +102,53 @@ std::expected<void, std::string> SaverPlan::write(const std::filesystem::path& p
 
 namespace json {
 
+namespace {
+
+constexpr auto saverContentFields = [](auto& coder, auto& content) {
+  coder.required("kind", content.kind);
+  coder.required("path", content.path);
+  coder.optional("title", content.title);
+  coder.required("fit", content.fit);
+  coder.optional("crop", content.crop);
+  coder.required("mirrorHorizontal", content.mirrorHorizontal);
+  coder.required("mirrorVertical", content.mirrorVertical);
+  coder.required("trimStart", content.trimStart);
+  coder.required("trimEnd", content.trimEnd);
+  coder.required("sharpen", content.sharpen);
+  coder.optional("still", content.still);
+  coder.optional("held", content.held);
+};
+
+constexpr auto saverPlanFields = [](auto& coder, auto& plan) {
+  coder.required("version", plan.version);
+  coder.required("written", plan.written);
+  coder.required("sound", plan.sound);
+  coder.required("volume", plan.volume);
+  coder.required("dim", plan.dim);
+  coder.required("saturation", plan.saturation);
+  coder.required("rate", plan.rate);
+  coder.required("screens", plan.screens);
+  coder.optional("shared", plan.shared);
+  coder.optional("chosen", plan.chosen);
+  coder.optional("stopsFlashing", plan.stopsFlashing);
+};
+
+}  // namespace
+
 Json Coding<SaverContent>::encode(const SaverContent& content, const Options& options) {
-  ObjectWriter out(options);
-  out.put("kind", content.kind)
-      .put("path", content.path)
-      .putIfPresent("title", content.title)
-      .put("fit", content.fit)
-      .putIfPresent("crop", content.crop)
-      .put("mirrorHorizontal", content.mirrorHorizontal)
-      .put("mirrorVertical", content.mirrorVertical)
-      .put("trimStart", content.trimStart)
-      .put("trimEnd", content.trimEnd)
-      .put("sharpen", content.sharpen)
-      .putIfPresent("still", content.still)
-      .putIfPresent("held", content.held);
-  return out.take();
+  return encodeObject(content, options, saverContentFields);
 }
 
 Result<SaverContent> Coding<SaverContent>::decode(const Json& json, const Options& options) {
-  ObjectReader in(json, options);
-  SaverContent content;
-  in.required("kind", content.kind);
-  in.required("path", content.path);
-  in.optional("title", content.title);
-  in.required("fit", content.fit);
-  in.optional("crop", content.crop);
-  in.required("mirrorHorizontal", content.mirrorHorizontal);
-  in.required("mirrorVertical", content.mirrorVertical);
-  in.required("trimStart", content.trimStart);
-  in.required("trimEnd", content.trimEnd);
-  in.required("sharpen", content.sharpen);
-  in.optional("still", content.still);
-  in.optional("held", content.held);
-  return in.finishWith(std::move(content));
+  return decodeObject<SaverContent>(json, options, saverContentFields);
 }
 
 Json Coding<SaverPlan>::encode(const SaverPlan& plan, const Options& options) {
-  ObjectWriter out(options);
-  out.put("version", plan.version)
-      .put("written", plan.written)
-      .put("sound", plan.sound)
-      .put("volume", plan.volume)
-      .put("dim", plan.dim)
-      .put("saturation", plan.saturation)
-      .put("rate", plan.rate)
-      .put("screens", plan.screens)
-      .putIfPresent("shared", plan.shared)
-      .putIfPresent("chosen", plan.chosen)
-      .putIfPresent("stopsFlashing", plan.stopsFlashing);
-  return out.take();
+  return encodeObject(plan, options, saverPlanFields);
 }
 
 Result<SaverPlan> Coding<SaverPlan>::decode(const Json& json, const Options& options) {
-  ObjectReader in(json, options);
-  SaverPlan plan;
-  in.required("version", plan.version);
-  in.required("written", plan.written);
-  in.required("sound", plan.sound);
-  in.required("volume", plan.volume);
-  in.required("dim", plan.dim);
-  in.required("saturation", plan.saturation);
-  in.required("rate", plan.rate);
-  in.required("screens", plan.screens);
-  in.optional("shared", plan.shared);
-  in.optional("chosen", plan.chosen);
-  in.optional("stopsFlashing", plan.stopsFlashing);
-  return in.finishWith(std::move(plan));
+  return decodeObject<SaverPlan>(json, options, saverPlanFields);
 }
 
 }  // namespace json

@@ -261,6 +261,24 @@ class ObjectWriter {
  public:
   explicit ObjectWriter(const Options& options) : options_(options) {}
 
+  // The reader's field kinds, so one field list can drive both directions.
+  template <class T>
+  void required(std::string_view key, const T& value) {
+    put(key, value);
+  }
+  template <class T>
+  void defaulted(std::string_view key, const T& value) {
+    put(key, value);
+  }
+  template <class T>
+  void lenient(std::string_view key, const T& value) {
+    put(key, value);
+  }
+  template <class T>
+  void optional(std::string_view key, const std::optional<T>& value) {
+    putIfPresent(key, value);
+  }
+
   template <class T>
   ObjectWriter& put(std::string_view key, const T& value) {
     out_[std::string(key)] = Coding<T>::encode(value, options_);
@@ -281,6 +299,24 @@ class ObjectWriter {
   Options options_;
   Json out_ = Json::object();
 };
+
+// Codes a record as an object from one list of its fields: `fields(coder, record)` calls
+// `required`, `optional`, `defaulted` or `lenient` for each field, and the same list then
+// serves the writer (with a const record) and the reader, so the two cannot drift apart.
+template <class T, class Fields>
+Json encodeObject(const T& value, const Options& options, const Fields& fields) {
+  ObjectWriter out(options);
+  fields(out, value);
+  return out.take();
+}
+
+template <class T, class Fields>
+Result<T> decodeObject(const Json& json, const Options& options, const Fields& fields) {
+  ObjectReader in(json, options);
+  T value{};
+  fields(in, value);
+  return in.finishWith(std::move(value));
+}
 
 // Parses text as JSON without throwing; the error is one line.
 std::expected<Json, std::string> parse(std::string_view text);

@@ -1,0 +1,41 @@
+#include "core/support/numbers.hpp"
+
+#include <charconv>
+
+namespace korvalen::numbers {
+namespace {
+
+// from_chars takes "-" but not "+"; a "+" may lead, but not in front of another sign.
+bool dropPlus(std::string_view& text) {
+  if (!text.empty() && text.front() == '+') {
+    text.remove_prefix(1);
+    return text.empty() || text.front() != '-';
+  }
+  return true;
+}
+
+template <class T>
+std::optional<T> whole(std::string_view text) {
+  if (!dropPlus(text) || text.empty()) {
+    return std::nullopt;
+  }
+  T value{};
+  const auto* end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, value);
+  if (error != std::errc{} || stop != end) {
+    return std::nullopt;
+  }
+  return value;
+}
+
+}  // namespace
+
+std::optional<std::int64_t> wholeNumber(std::string_view text) {
+  return whole<std::int64_t>(text);
+}
+
+std::optional<double> decimal(std::string_view text) {
+  return whole<double>(text);
+}
+
+}  // namespace korvalen::numbers

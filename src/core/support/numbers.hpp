@@ -1,0 +1,16 @@
+// Locale-free number reading: "." is the decimal separator whatever the user's locale.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string_view>
+
+namespace korvalen::numbers {
+
+// The whole text as a decimal integer with an optional sign ("+7", "-3"); nothing around it.
+std::optional<std::int64_t> wholeNumber(std::string_view text);
+
+// The whole text as a decimal number with an optional sign ("2.5", "+1e3", "-0.25").
+std::optional<double> decimal(std::string_view text);
+
+}  // namespace korvalen::numbers
