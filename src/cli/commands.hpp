@@ -20,6 +20,7 @@ void addPlanCommands(CLI::App& app, Context& context, Action& action);
 void addPlaceCommand(CLI::App& app, Context& context, Action& action);
 void addDemoCommand(CLI::App& app, Context& context, Action& action);
 void addPlaylistCommands(CLI::App& app, Context& context, Action& action);
+void addSettingsCommands(CLI::App& app, Context& context, Action& action);
 
 // One line: "video /m/a.mp4 fit=fill crop=0.25,0,0.5,1 mirror-h trim=2:end".
 std::string describeContent(const SaverContent& content);

@@ -1,5 +1,7 @@
 #include "core/library/library_item.hpp"
 
+#include "core/support/enum_words.hpp"
+
 #include <array>
 #include <functional>
 #include <utility>
@@ -7,7 +9,7 @@
 namespace korvalen {
 namespace {
 
-constexpr std::array<std::pair<WallpaperKind, std::string_view>, 5> kindWords{{
+constexpr EnumWords<WallpaperKind, 5> kindWords{{
     {WallpaperKind::none, "none"},
     {WallpaperKind::solid, "solid"},
     {WallpaperKind::image, "image"},
@@ -15,45 +17,12 @@ constexpr std::array<std::pair<WallpaperKind, std::string_view>, 5> kindWords{{
     {WallpaperKind::web, "web"},
 }};
 
-constexpr std::array<std::pair<FitMode, std::string_view>, 4> fitWords{{
+constexpr EnumWords<FitMode, 4> fitWords{{
     {FitMode::fill, "fill"},
     {FitMode::fit, "fit"},
     {FitMode::stretch, "stretch"},
     {FitMode::center, "center"},
 }};
-
-template <class Enum, std::size_t N>
-std::string_view wordFor(const std::array<std::pair<Enum, std::string_view>, N>& words, Enum value) {
-  for (const auto& [candidate, word] : words) {
-    if (candidate == value) {
-      return word;
-    }
-  }
-  return words.front().second;
-}
-
-template <class Enum, std::size_t N>
-std::optional<Enum> valueFor(const std::array<std::pair<Enum, std::string_view>, N>& words, std::string_view text) {
-  for (const auto& [value, word] : words) {
-    if (word == text) {
-      return value;
-    }
-  }
-  return std::nullopt;
-}
-
-template <class Enum>
-json::Result<Enum> decodeWord(const json::Json& json, std::optional<Enum> (*parse)(std::string_view),
-                              std::string_view what) {
-  if (!json.is_string()) {
-    return std::unexpected(json::typeError(what, json));
-  }
-  const auto& text = json.get_ref<const std::string&>();
-  if (auto value = parse(text)) {
-    return *value;
-  }
-  return std::unexpected(json::Error{"", std::string("unknown ") + std::string(what) + " \"" + text + "\""});
-}
 
 }  // namespace
 

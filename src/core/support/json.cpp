@@ -90,11 +90,17 @@ Result<std::string> Coding<std::string>::decode(const Json& json, const Options&
   return json.get<std::string>();
 }
 
-Json Coding<Date>::encode(Date value, const Options&) {
+Json Coding<Date>::encode(Date value, const Options& options) {
+  if (options.exactDates) {
+    return value.time_since_epoch().count();
+  }
   return ISO8601::plain().format(value);
 }
 
-Result<Date> Coding<Date>::decode(const Json& json, const Options&) {
+Result<Date> Coding<Date>::decode(const Json& json, const Options& options) {
+  if (options.exactDates && json.is_number_integer()) {
+    return Date{std::chrono::microseconds{json.get<std::int64_t>()}};
+  }
   if (!json.is_string()) {
     return std::unexpected(typeError("a date", json));
   }

@@ -25,6 +25,11 @@ using Json = nlohmann::json;
 struct Options {
   // Non-finite doubles as the strings "Infinity", "-Infinity" and "NaN" (both ways).
   bool nonFiniteStrings = false;
+  // Lenient readers fail like strict ones: for checking a value before it is stored.
+  bool strict = false;
+  // Dates as whole microseconds since 1970 instead of text, so nothing is rounded away
+  // when a record is coded only to be compared or merged.
+  bool exactDates = false;
 };
 
 struct Error {
@@ -153,6 +158,9 @@ struct Coding<Lossy<T>> {
   }
   static Result<Lossy<T>> decode(const Json& json, const Options& options) {
     auto value = Coding<T>::decode(json, options);
+    if (!value && options.strict) {
+      return std::unexpected(value.error());
+    }
     return Lossy<T>{value ? std::optional<T>(std::move(*value)) : std::nullopt};
   }
 };
@@ -198,28 +206,36 @@ class ObjectReader {
     read(key, *value, out);
   }
 
-  // Takes the value when it decodes; otherwise keeps the default in `out`. Never fails.
+  // Takes the value when it decodes; otherwise keeps the default in `out`. Never fails
+  // (unless the options ask for strictness).
   template <class T>
   void lenient(std::string_view key, T& out) {
     const Json* value = find(key);
     if (value == nullptr) {
       return;
     }
-    if (auto decoded = Coding<T>::decode(*value, options_)) {
+    if (options_.strict) {
+      read(key, *value, out);
+    } else if (auto decoded = Coding<T>::decode(*value, options_)) {
       out = std::move(*decoded);
     }
   }
 
-  // Takes the value when it decodes; otherwise absent. Never fails.
+  // An optional read leniently: a missing, null or unreadable value is absent.
   template <class T>
-  void lenientOptional(std::string_view key, std::optional<T>& out) {
+  void lenient(std::string_view key, std::optional<T>& out) {
     const Json* value = find(key);
     out.reset();
-    if (value == nullptr) {
+    if (value == nullptr || value->is_null()) {
       return;
     }
-    if (auto decoded = Coding<T>::decode(*value, options_)) {
-      out = std::move(*decoded);
+    T decoded{};
+    if (options_.strict) {
+      if (read(key, *value, decoded)) {
+        out = std::move(decoded);
+      }
+    } else if (auto result = Coding<T>::decode(*value, options_)) {
+      out = std::move(*result);
     }
   }
 
@@ -273,6 +289,10 @@ class ObjectWriter {
   template <class T>
   void lenient(std::string_view key, const T& value) {
     put(key, value);
+  }
+  template <class T>
+  void lenient(std::string_view key, const std::optional<T>& value) {
+    putIfPresent(key, value);
   }
   template <class T>
   void optional(std::string_view key, const std::optional<T>& value) {

@@ -105,7 +105,7 @@ TEST(JsonObjectReader, LenientReadersKeepDefaultsAndNeverFail) {
   std::string name;
   std::string absent = "kept";
   in.lenient("count", count);
-  in.lenientOptional("level", level);
+  in.lenient("level", level);
   in.lenient("name", name);
   in.lenient("absent", absent);
   EXPECT_TRUE(in.finish().has_value());

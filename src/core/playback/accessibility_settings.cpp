@@ -1,0 +1,48 @@
+#include "core/playback/accessibility_settings.hpp"
+
+namespace korvalen {
+namespace {
+
+constexpr auto accessibilityFields = [](auto& coder, auto& settings) {
+  coder.lenient("onReducedMotion", settings.onReducedMotion);
+  coder.lenient("onScreenShare", settings.onScreenShare);
+  coder.lenient("screenShareApps", settings.screenShareApps);
+  coder.lenient("onFlashing", settings.onFlashing);
+  coder.lenient("flashGuard", settings.flashGuard);
+  coder.lenient("skipFlashingWallpaper", settings.skipFlashingWallpaper);
+  coder.lenient("motionScale", settings.motionScale);
+  coder.lenient("dim", settings.dim);
+  coder.lenient("saturation", settings.saturation);
+};
+
+}  // namespace
+
+std::vector<std::string> AccessibilitySettings::defaultScreenShareApps() {
+  return {"us.zoom.xos",         "com.microsoft.teams2",      "com.microsoft.teams", "com.cisco.webexmeetingsapp",
+          "Cisco-Systems.Spark", "com.tinyspeck.slackmacgap", "com.skype.skype"};
+}
+
+AccessibilitySettings AccessibilitySettings::sanitised() const {
+  AccessibilitySettings out = *this;
+  out.motionScale = clampedOr(motionScale, 0.1, 1.0, 1.0);
+  out.dim = clampedOr(dim, 0.0, 0.9, 0.0);
+  out.saturation = clampedOr(saturation, 0.0, 1.0, 1.0);
+  // Muting does not answer flashing: the picture itself must stop.
+  if (out.onFlashing == PauseAction::mute) {
+    out.onFlashing = PauseAction::pause;
+  }
+  return out;
+}
+
+namespace json {
+
+Json Coding<AccessibilitySettings>::encode(const AccessibilitySettings& settings, const Options& options) {
+  return encodeObject(settings, options, accessibilityFields);
+}
+
+Result<AccessibilitySettings> Coding<AccessibilitySettings>::decode(const Json& json, const Options& options) {
+  return decodeObject<AccessibilitySettings>(json, options, accessibilityFields);
+}
+
+}  // namespace json
+}  // namespace korvalen
