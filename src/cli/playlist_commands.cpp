@@ -2,6 +2,7 @@
 // watch what a playlist plays over a stretch of time.
 #include "cli/arguments.hpp"
 #include "cli/commands.hpp"
+#include "core/app/settings_coding.hpp"
 #include "core/library/schedule_editing.hpp"
 #include "core/support/atomic_file.hpp"
 
@@ -45,27 +46,21 @@ Playlist playlistFromFile(const std::string& path) {
   return std::move(*playlist);
 }
 
-// Reads the settings file's playlists as the app does: one bad playlist loses only itself.
+// Reads the settings file as the app does: one bad playlist loses only itself.
 Playlist playlistFromSettings(const std::string& path, const std::string& name) {
-  const auto settings = readJsonFile(path, "settings file");
-  std::vector<std::string> names;
-  if (settings.is_object()) {
-    if (const auto found = settings.find("playlists"); found != settings.end()) {
-      if (auto playlists = json::decode<std::vector<json::Lossy<Playlist>>>(*found)) {
-        for (auto& lossy : *playlists) {
-          if (lossy.value && lossy.value->name == name) {
-            return std::move(*lossy.value);
-          }
-          if (lossy.value) {
-            names.push_back(lossy.value->name);
-          }
-        }
-      }
-    }
+  const auto read = Settings::read(path);
+  if (read.missing) {
+    throw Failure(fmt::format("no settings file at {}", path));
+  }
+  if (read.problem) {
+    throw Failure(*read.problem);
   }
   std::string known;
-  for (const auto& each : names) {
-    known += (known.empty() ? "" : ", ") + fmt::format("'{}'", each);
+  for (const auto& playlist : read.settings.playlists) {
+    if (playlist.name == name) {
+      return playlist;
+    }
+    known += (known.empty() ? "" : ", ") + fmt::format("'{}'", playlist.name);
   }
   throw Failure(fmt::format("no playlist named '{}' in {} (it has {})", name, path,
                             known.empty() ? "no readable playlists" : known));

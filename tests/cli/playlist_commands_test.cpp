@@ -84,7 +84,8 @@ TEST_F(Simulate, IntervalsAvoidanceAndAvailability) {
 
 TEST_F(Simulate, ReadsAPlaylistFromSettingsByName) {
   const auto settings = (folder / "settings.json").string();
-  writeText(settings, R"({"playlists":[{"name":"Broken","itemIDs":"x"},{"name":"Evening","itemIDs":["e","f"]}]})");
+  writeText(settings, R"({"playlists":[{"name":"Broken","itemIDs":"x"}, // hand-edited
+    {"name":"Evening","itemIDs":["e","f"],},]})");
   const auto outcome = run({"playlist", "simulate", "--settings", settings, "--name", "Evening", "--from",
                             "2024-05-01T18:00:00Z", "--hours", "1", "--tz", "UTC"});
   EXPECT_EQ(outcome.status, ok) << outcome.err;
