@@ -9,6 +9,7 @@ packages=(
   nlohmann-json3-dev libicu-dev libhowardhinnant-date-dev tzdata
   libfmt-dev libcli11-dev libssl-dev
   libgtest-dev libgmock-dev libbenchmark-dev
+  ffmpeg
 )
 
 sudo=""

@@ -30,6 +30,7 @@ int run(const std::vector<std::string>& arguments, Context& context) {
   addPlaceCommand(app, context, action);
   addPlaylistCommands(app, context, action);
   addSettingsCommands(app, context, action);
+  addFlashCommands(app, context, action);
   addDemoCommand(app, context, action);
 
   std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());

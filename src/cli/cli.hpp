@@ -17,6 +17,8 @@ struct Context {
   std::ostream& err;
   paths::Environment environment;
   std::function<Date()> now;
+  // Standard error is a terminal: long work may show progress there.
+  bool interactive = false;
 };
 
 inline constexpr int ok = 0;

@@ -21,6 +21,7 @@ void addPlaceCommand(CLI::App& app, Context& context, Action& action);
 void addDemoCommand(CLI::App& app, Context& context, Action& action);
 void addPlaylistCommands(CLI::App& app, Context& context, Action& action);
 void addSettingsCommands(CLI::App& app, Context& context, Action& action);
+void addFlashCommands(CLI::App& app, Context& context, Action& action);
 
 // One line: "video /m/a.mp4 fit=fill crop=0.25,0,0.5,1 mirror-h trim=2:end".
 std::string describeContent(const SaverContent& content);
@@ -47,6 +48,32 @@ struct Simulation {
 std::vector<PlaylistState> simulatePlaylist(const Simulation& simulation);
 // "2026-05-01 07:30 CEST  sunrise  (scheduled)".
 std::string describeChange(const PlaylistState& state, const TimeZone& zone);
+// How `flash check` measures.
+struct FlashCheck {
+  CropRect region = CropRect::wholeFrame();
+  std::int64_t step = 1;
+  double rate = 1;
+};
+
+struct FlashReport {
+  std::string kind;  // "video", "animation" or "still"
+  bool flashes = false;
+  std::int64_t peakFlashesPerSecond = 0;
+  std::optional<double> firstViolationSeconds;
+  std::int64_t frames = 0;
+  std::int64_t width = 0;
+  std::int64_t height = 0;
+  double seconds = 0;  // wall time of the analysis
+};
+
+// Decodes `file` with ffmpeg and judges it; `progress` hears (frames, media seconds).
+std::expected<FlashReport, std::string> checkForFlashes(const std::filesystem::path& ffmpeg,
+                                                        const std::filesystem::path& file, const FlashCheck& check,
+                                                        const std::function<void(std::int64_t, double)>& progress);
+std::string describeFlashReport(const std::string& name, const FlashReport& report);
+// ffmpeg from --ffmpeg or PATH; a missing one is a failure that says how to get it.
+std::filesystem::path locateFfmpeg(const std::string& given, const Context& context);
+
 // "2026-05-01 07:30 CEST".
 std::string localTime(Date date, const TimeZone& zone);
 

@@ -2,6 +2,7 @@
 #include "cli/arguments.hpp"
 #include "cli/commands.hpp"
 #include "core/library/schedule_editing.hpp"
+#include "engine/process.hpp"
 
 #include <fmt/format.h>
 
@@ -102,6 +103,36 @@ void showPlaylists(std::ostream& out) {
   }
 }
 
+// Two generated clips, one calm and one flashing five times a second, through the guard.
+void showFlashCheck(std::ostream& out, const std::filesystem::path& folder, const Context& context) {
+  out << "\nThe flash guard on two generated clips (a slow fade, and black/white five times a second):\n";
+  const auto ffmpeg = engine::findExecutable("ffmpeg", context.environment("PATH").value_or(""));
+  if (!ffmpeg) {
+    out << "  skipped: ffmpeg was not found on PATH\n";
+    return;
+  }
+  const std::vector<std::pair<std::string, std::string>> clips{
+      {"calm.mp4", "128+100*sin(T)"}, {"flashing.mp4", "if(lt(mod(T\\,0.2)\\,0.1)\\,255\\,0)"}};
+  for (const auto& [name, expression] : clips) {
+    const auto path = folder / name;
+    const auto made =
+        engine::run(*ffmpeg, {"-v", "error", "-f", "lavfi", "-i",
+                              "color=c=black:s=320x180:r=30,format=gray,geq=lum='" + expression + "'", "-t", "3",
+                              "-c:v", "libx264", "-preset", "ultrafast", "-pix_fmt", "yuv420p", path.string()});
+    if (!made || made->exitCode != 0) {
+      out << "  " << name << ": could not be made with ffmpeg\n";
+      continue;
+    }
+    const auto report = checkForFlashes(*ffmpeg, path, FlashCheck{}, nullptr);
+    if (!report) {
+      out << "  " << report.error() << "\n";
+      continue;
+    }
+    const auto text = describeFlashReport(name, *report);
+    out << "  " << text.substr(0, text.find('\n')) << "\n";
+  }
+}
+
 }  // namespace
 
 void addDemoCommand(CLI::App& app, Context& context, Action& action) {
@@ -152,6 +183,7 @@ void addDemoCommand(CLI::App& app, Context& context, Action& action) {
         }
       }
       showPlaylists(out);
+      showFlashCheck(out, scratch.path(), context);
       out << "\nThe temporary Korvalen folder is removed again.\n";
       return ok;
     };

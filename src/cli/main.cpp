@@ -1,5 +1,6 @@
 #include "cli/cli.hpp"
 
+#include <unistd.h>
 #include <iostream>
 
 int main(int argc, char** argv) {

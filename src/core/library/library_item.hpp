@@ -61,6 +61,9 @@ struct LibraryItem {
   std::int64_t flashPeakPerSecond = 0;
   bool missing = false;
 
+  // The flash guard saw it flash.
+  [[nodiscard]] bool knownToFlash() const { return flashedAt.has_value(); }
+
   // Identity is the file's: same `id` and `sha256`, whatever the adjustments say.
   bool operator==(const LibraryItem& other) const { return id == other.id && sha256 == other.sha256; }
 };

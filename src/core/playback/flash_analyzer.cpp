@@ -1,0 +1,129 @@
+#include "core/playback/flash_analyzer.hpp"
+
+#include "core/support/precondition.hpp"
+
+#include <algorithm>
+#include <cmath>
+
+namespace korvalen {
+
+const std::array<double, 256>& FlashAnalyzer::linear() {
+  // A function-local static is initialised once, and safely under concurrent first use.
+  static const std::array<double, 256> table = [] {
+    std::array<double, 256> values{};
+    for (std::size_t v = 0; v < values.size(); ++v) {
+      const double c = static_cast<double>(v) / 255.0;
+      values[v] = c <= 0.04045 ? c / 12.92 : std::pow((c + 0.055) / 1.055, 2.4);
+    }
+    return values;
+  }();
+  return table;
+}
+
+bool FlashAnalyzer::observe(double at, double luminance) {
+  // Clamped, but a NaN stays NaN.
+  double level = luminance;
+  if (luminance <= 0) {
+    level = 0;
+  } else if (luminance > 1) {
+    level = 1;
+  }
+  if (!last_) {
+    last_ = level;
+    extreme_ = level;
+  } else {
+    const double change = level - extreme_;
+    const bool qualifies = std::abs(change) >= minimumSwing && std::min(extreme_, level) < darkerBelow;
+    const int towards = change > 0 ? 1 : (change < 0 ? -1 : 0);
+    if (towards != 0) {
+      if (qualifies) {
+        if (direction_ == -towards) {
+          ordered_ = ordered_ && (transitions_.empty() || transitions_.back() <= at);
+          transitions_.push_back(at);
+        }
+        direction_ = towards;
+        extreme_ = level;
+      } else if (direction_ == towards) {
+        // Follow the swing to its peak or trough; a small move against it never pulls
+        // the extreme back.
+        extreme_ = level;
+      }
+    }
+    last_ = level;
+  }
+  // Times normally arrive in order, and then only a prefix can be too old; that keeps this
+  // cheap even when very short frames fill a second with thousands of reversals.
+  const auto stale = [at](double time) { return at - time > 1.000001; };
+  if (ordered_) {
+    transitions_.erase(transitions_.begin(), std::find_if_not(transitions_.begin(), transitions_.end(), stale));
+  } else {
+    std::erase_if(transitions_, stale);
+    ordered_ = std::is_sorted(transitions_.begin(), transitions_.end());
+  }
+  flashesInLastSecond_ = static_cast<std::int64_t>(transitions_.size() / 2);
+  peakFlashesPerSecond_ = std::max(peakFlashesPerSecond_, flashesInLastSecond_);
+  if (transitions_.size() >= 8) {
+    violated_ = true;
+    return true;
+  }
+  return false;
+}
+
+double FlashAnalyzer::meanLuminance(std::span<const std::uint8_t> bytes, std::int64_t width, std::int64_t height,
+                                    std::int64_t stride, std::int64_t step) {
+  if (width < 1 || height < 1 || step < 1) {
+    return 0;
+  }
+  const auto& table = linear();
+  const auto size = static_cast<std::int64_t>(bytes.size());
+  double sum = 0;
+  std::int64_t count = 0;
+  for (std::int64_t y = 0; y < height; y += step) {
+    std::int64_t row = 0;
+    KORVALEN_PRECONDITION(!__builtin_mul_overflow(y, stride, &row));
+    for (std::int64_t x = 0; x < width; x += step) {
+      std::int64_t offset = 0;
+      KORVALEN_PRECONDITION(!__builtin_mul_overflow(x, std::int64_t{4}, &offset));
+      KORVALEN_PRECONDITION(!__builtin_add_overflow(row, offset, &offset));
+      if (offset < 0 || offset + 2 >= size) {
+        break;
+      }
+      const auto* pixel = bytes.data() + offset;
+      sum += 0.0722 * table[pixel[0]] + 0.7152 * table[pixel[1]] + 0.2126 * table[pixel[2]];
+      ++count;
+    }
+  }
+  return count == 0 ? 0 : sum / static_cast<double>(count);
+}
+
+double FlashAnalyzer::meanLuminance(const std::vector<std::uint8_t>& bytes, std::int64_t width, std::int64_t height,
+                                    std::int64_t stride, std::int64_t step) {
+  return meanLuminance(std::span<const std::uint8_t>(bytes), width, height, stride, step);
+}
+
+FlashAnalyzer::Judgement FlashAnalyzer::judgeLoop(const std::vector<double>& luminances,
+                                                  const std::vector<double>& delays, double rate) {
+  const std::size_t frames = luminances.size();
+  if (frames < 2 || delays.size() != frames || !(rate > 0)) {
+    return {};
+  }
+  double total = 0;
+  for (const double delay : delays) {
+    total += delay;
+  }
+  const double duration = total / rate;
+  if (!(duration > 0)) {
+    return {};
+  }
+  FlashAnalyzer analyzer;
+  double time = 0;
+  std::size_t frame = 0;
+  for (int samples = 0; samples < 50'000 && time <= duration + 2.0; ++samples) {
+    analyzer.observe(time, luminances[frame]);
+    time += delays[frame] / rate;
+    frame = (frame + 1) % frames;
+  }
+  return {analyzer.violated(), analyzer.peakFlashesPerSecond()};
+}
+
+}  // namespace korvalen

@@ -1,0 +1,70 @@
+// Child processes (ffmpeg and friends), started with an argument vector and never through a
+// shell. Standard output and standard error are read together, so a child that fills one
+// pipe while we wait on the other cannot deadlock. A child still running when its
+// `ChildProcess` goes away is terminated and reaped: no zombies, no leaked descriptors.
+// Thread: one thread uses a `ChildProcess` at a time; `terminate` may come from another.
+#pragma once
+
+#include <sys/types.h>
+
+#include <atomic>
+#include <expected>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace korvalen::engine {
+
+class ChildProcess {
+ public:
+  // `program` is run with `arguments` (not including the program itself). Standard input is
+  // /dev/null. The error is one line naming the program.
+  static std::expected<ChildProcess, std::string> start(const std::filesystem::path& program,
+                                                        const std::vector<std::string>& arguments);
+
+  ChildProcess(ChildProcess&& other) noexcept;
+  ChildProcess& operator=(ChildProcess&& other) = delete;
+  ChildProcess(const ChildProcess&) = delete;
+  ChildProcess& operator=(const ChildProcess&) = delete;
+  ~ChildProcess();
+
+  // Waits until either stream has something and appends it. False once both have ended.
+  bool pump(std::string& output, std::string& error);
+
+  // Reads both streams to their end, then reaps the child. The exit code, or 128 + the
+  // signal that ended it.
+  int wait(std::string& output, std::string& error);
+
+  // Asks the child to stop (SIGTERM, then SIGKILL after `grace`) and reaps it.
+  void terminate(std::chrono::milliseconds grace = std::chrono::milliseconds(500));
+
+  [[nodiscard]] pid_t pid() const { return pid_; }
+
+ private:
+  ChildProcess(pid_t pid, int output, int error) : pid_(pid), output_(output), error_(error) {}
+  void closePipes();
+  int reap();
+
+  pid_t pid_ = -1;
+  int output_ = -1;
+  int error_ = -1;
+  std::optional<int> status_;
+};
+
+struct Finished {
+  int exitCode = 0;
+  std::string output;
+  std::string error;
+};
+
+// Runs to the end and collects both streams.
+std::expected<Finished, std::string> run(const std::filesystem::path& program,
+                                         const std::vector<std::string>& arguments);
+
+// The first executable `name` in the ":"-separated `searchPath`; a name with a "/" is taken
+// as it is when it is executable.
+std::optional<std::filesystem::path> findExecutable(std::string_view name, std::string_view searchPath);
+
+}  // namespace korvalen::engine
