@@ -31,6 +31,7 @@ int run(const std::vector<std::string>& arguments, Context& context) {
   addPlaylistCommands(app, context, action);
   addSettingsCommands(app, context, action);
   addFlashCommands(app, context, action);
+  addPolicyCommands(app, context, action);
   addDemoCommand(app, context, action);
 
   std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());

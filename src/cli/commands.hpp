@@ -2,6 +2,7 @@
 #pragma once
 
 #include "cli/cli.hpp"
+#include "core/app/settings.hpp"
 #include "core/library/playlist_scheduler.hpp"
 #include "core/rendering/video_fit.hpp"
 #include "core/screensaver/saver_plan.hpp"
@@ -22,6 +23,7 @@ void addDemoCommand(CLI::App& app, Context& context, Action& action);
 void addPlaylistCommands(CLI::App& app, Context& context, Action& action);
 void addSettingsCommands(CLI::App& app, Context& context, Action& action);
 void addFlashCommands(CLI::App& app, Context& context, Action& action);
+void addPolicyCommands(CLI::App& app, Context& context, Action& action);
 
 // One line: "video /m/a.mp4 fit=fill crop=0.25,0,0.5,1 mirror-h trim=2:end".
 std::string describeContent(const SaverContent& content);
@@ -73,6 +75,16 @@ std::expected<FlashReport, std::string> checkForFlashes(const std::filesystem::p
 std::string describeFlashReport(const std::string& name, const FlashReport& report);
 // ffmpeg from --ffmpeg or PATH; a missing one is a failure that says how to get it.
 std::filesystem::path locateFfmpeg(const std::string& given, const Context& context);
+
+// An edit of the settings: the edited copy of what was read.
+using SettingsEdit = std::function<KorvalenSettings(const KorvalenSettings&)>;
+// Reads the settings (refusing an unreadable file), applies `edit`, merges the change into
+// the file as it is just before saving (so the app's own saves meanwhile are kept), repairs,
+// saves and prints what changed. The settings as saved.
+std::optional<KorvalenSettings> saveSettingsEdit(const std::filesystem::path& path, const SettingsEdit& edit,
+                                                 Context& context);
+// The given settings file, or the app's.
+std::filesystem::path settingsPath(const std::string& given, const Context& context);
 
 // "2026-05-01 07:30 CEST".
 std::string localTime(Date date, const TimeZone& zone);

@@ -2,6 +2,8 @@
 #include "cli/arguments.hpp"
 #include "cli/commands.hpp"
 #include "core/library/schedule_editing.hpp"
+#include "core/playback/activity_classifier.hpp"
+#include "core/playback/power_rule_parser.hpp"
 #include "engine/process.hpp"
 
 #include <fmt/format.h>
@@ -103,6 +105,31 @@ void showPlaylists(std::ostream& out) {
   }
 }
 
+// Two monitors, a full-screen window on one: why one pauses and the other plays on.
+void showPolicy(std::ostream& out) {
+  out << "\nThe playback policy: two monitors, a film full screen on the second, on battery:\n";
+  const std::vector<MonitorInfo> screens{{"builtin|1512x982", 0, 0, 1512, 982},
+                                         {"10ac-a0c4-4c4c3042|2560x1440", 1512, 0, 2560, 1440}};
+  WindowSnapshot film;
+  film.left = 1512;
+  film.right = 1512 + 2560;
+  film.bottom = 1440;
+  film.isForeground = true;
+  SystemState state;
+  state.onBattery = true;
+  state.monitors = ActivityClassifier::classify(screens, {film}, false);
+  PowerSettings power;
+  out << "  rules: " << PowerRuleParser::describe(power) << "\n";
+  for (const auto& monitor : PlaybackPolicy::evaluate(power, state).monitors) {
+    out << "  " << monitor.description() << "\n";
+  }
+  power.perMonitor = false;
+  out << "  with per-monitor=off the full-screen window counts everywhere:\n";
+  for (const auto& monitor : PlaybackPolicy::evaluate(power, state).monitors) {
+    out << "  " << monitor.description() << "\n";
+  }
+}
+
 // Two generated clips, one calm and one flashing five times a second, through the guard.
 void showFlashCheck(std::ostream& out, const std::filesystem::path& folder, const Context& context) {
   out << "\nThe flash guard on two generated clips (a slow fade, and black/white five times a second):\n";
@@ -183,6 +210,7 @@ void addDemoCommand(CLI::App& app, Context& context, Action& action) {
         }
       }
       showPlaylists(out);
+      showPolicy(out);
       showFlashCheck(out, scratch.path(), context);
       out << "\nThe temporary Korvalen folder is removed again.\n";
       return ok;

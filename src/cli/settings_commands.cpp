@@ -127,10 +127,6 @@ void compare(const Json& before, const Json* after, const Json* shape, const std
   }
 }
 
-std::filesystem::path settingsPath(const std::string& given, const Context& context) {
-  return given.empty() ? Settings::defaultPath(context.environment) : std::filesystem::path(given);
-}
-
 void flatten(const Json& node, const std::string& path, std::ostream& out) {
   if (node.is_object() && !node.empty()) {
     for (const auto& [key, value] : node.items()) {
@@ -252,10 +248,8 @@ int check(const std::filesystem::path& path, Context& context) {
   return lines.empty() ? ok : failed;
 }
 
-int set(const std::filesystem::path& path, const std::vector<std::pair<std::string, std::string>>& edits,
-        Context& context) {
-  const auto before = readOrRefuse(path);
-  const KorvalenSettings& from = before.settings;
+KorvalenSettings withEdits(const KorvalenSettings& from,
+                           const std::vector<std::pair<std::string, std::string>>& edits) {
   Json edited = json::encode(from);
   for (const auto& [key, value] : edits) {
     setAt(edited, key, typedValue(value));
@@ -265,31 +259,32 @@ int set(const std::filesystem::path& path, const std::vector<std::pair<std::stri
   if (!to) {
     throw UsageError(to.error().describe());
   }
+  return std::move(*to);
+}
+
+}  // namespace
+
+std::optional<KorvalenSettings> saveSettingsEdit(const std::filesystem::path& path, const SettingsEdit& edit,
+                                                 Context& context) {
+  const auto before = readOrRefuse(path);
+  const KorvalenSettings& from = before.settings;
+  const auto to = edit(from);
   // The app may have saved meanwhile: merge the edit into what is on disk now.
   const auto now = readOrRefuse(path);
-  const auto merged = SettingsDiff::apply(now.settings, from, *to).sanitised();
+  const auto merged = SettingsDiff::apply(now.settings, from, to).sanitised();
   std::vector<std::string> changes;
   const auto nowJson = json::encode(now.settings);
   const auto mergedJson = json::encode(merged);
   compare(nowJson, &mergedJson, &schema(), "", false, changes);
   if (changes.empty() && !now.missing) {
     context.out << "nothing changed in " << path.string() << "\n";
-    return ok;
+    return merged;
   }
   if (auto problem = Settings::save(merged, path)) {
     throw Failure(*problem);
   }
   for (const auto& line : changes) {
     context.out << line << "\n";
-  }
-  for (const auto& [key, value] : edits) {
-    // Say so when repair did not keep what was asked for.
-    const Json asked = typedValue(value);
-    const Json::json_pointer pointer(pointerFor(key));
-    const auto kept = mergedJson.contains(pointer) ? mergedJson.at(pointer) : Json();
-    if (asked.is_primitive() && !kept.is_null() && !sameLeaf(asked, kept) && !asked.is_string()) {
-      context.out << fmt::format("note: {}={} was repaired to {}\n", key, value, kept.dump());
-    }
   }
   if (const auto repaired = repairs(now); !repaired.empty()) {
     context.out << fmt::format("note: the file's {} other repair(s) were saved too (see korvalen settings check)\n",
@@ -299,6 +294,29 @@ int set(const std::filesystem::path& path, const std::vector<std::pair<std::stri
     context.out << "note: the comments in " << path.string() << " were not kept (settings are saved without them)\n";
   }
   context.out << "wrote " << path.string() << "\n";
+  return merged;
+}
+
+std::filesystem::path settingsPath(const std::string& given, const Context& context) {
+  return given.empty() ? Settings::defaultPath(context.environment) : std::filesystem::path(given);
+}
+
+namespace {
+
+int set(const std::filesystem::path& path, const std::vector<std::pair<std::string, std::string>>& edits,
+        Context& context) {
+  const auto merged = saveSettingsEdit(
+      path, [&](const KorvalenSettings& from) { return withEdits(from, edits); }, context);
+  const auto mergedJson = json::encode(*merged);
+  for (const auto& [key, value] : edits) {
+    // Say so when repair did not keep what was asked for.
+    const Json asked = typedValue(value);
+    const Json::json_pointer pointer(pointerFor(key));
+    const auto kept = mergedJson.contains(pointer) ? mergedJson.at(pointer) : Json();
+    if (asked.is_primitive() && !kept.is_null() && !sameLeaf(asked, kept) && !asked.is_string()) {
+      context.out << fmt::format("note: {}={} was repaired to {}\n", key, value, kept.dump());
+    }
+  }
   return ok;
 }
 

@@ -1,0 +1,138 @@
+#include "core/desktop/monitor_identity.hpp"
+
+#include "core/support/text.hpp"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <list>
+
+namespace korvalen {
+
+std::string ScreenIdentity::device(std::uint32_t vendor, std::uint32_t model, std::uint32_t serial, bool builtin,
+                                   std::uint32_t displayID, const std::optional<std::string>& uuid, bool hasTwin) {
+  std::string text;
+  if (vendor == 0 && model == 0 && serial == 0 && !hasTwin) {
+    return builtin ? std::string("builtin") : fmt::format("display-{}", displayID);
+  }
+  text = fmt::format("{:04x}-{:04x}-{:08x}", vendor, model, serial);
+  if (hasTwin) {
+    if (uuid) {
+      std::string compact;
+      std::copy_if(uuid->begin(), uuid->end(), std::back_inserter(compact), [](char c) { return c != '-'; });
+      text += "-" + text::lowercased(compact.substr(0, 12));
+    } else {
+      text += fmt::format("-{}", displayID);
+    }
+  }
+  return text;
+}
+
+std::string ScreenIdentity::size(double width, double height) {
+  return fmt::format("{}x{}", static_cast<std::int64_t>(std::round(width)),
+                     static_cast<std::int64_t>(std::round(height)));
+}
+
+std::string_view toString(MonitorMatch match) {
+  switch (match) {
+    case MonitorMatch::none:
+      return "none";
+    case MonitorMatch::exact:
+      return "exact";
+    case MonitorMatch::sameDevice:
+      return "sameDevice";
+  }
+  return "none";
+}
+
+std::optional<std::string> MonitorBinding::note() const {
+  if (quality != MonitorMatch::sameDevice) {
+    return std::nullopt;
+  }
+  const auto device = MonitorIdentity::deviceName(stableID).value_or(stableID);
+  return device + " changed size or orientation since its wallpaper was saved; the wallpaper followed it";
+}
+
+std::optional<std::string> MonitorIdentity::deviceName(const std::optional<std::string>& stableID) {
+  if (!stableID || stableID->empty()) {
+    return std::nullopt;
+  }
+  const auto bar = stableID->find('|');
+  if (bar == std::string::npos || bar == 0) {
+    return std::nullopt;
+  }
+  return stableID->substr(0, bar);
+}
+
+std::vector<MonitorBinding> MonitorIdentity::resolve(const std::vector<std::string>& savedKeys,
+                                                     const std::vector<std::string>& present) {
+  std::vector<MonitorBinding> bindings;
+  for (const auto& id : present) {
+    bindings.push_back({id, std::nullopt, MonitorMatch::none});
+  }
+  std::list<std::string> free(savedKeys.begin(), savedKeys.end());
+  for (auto& binding : bindings) {
+    const auto found = std::find(free.begin(), free.end(), binding.stableID);
+    if (found != free.end()) {
+      binding.savedKey = *found;
+      binding.quality = MonitorMatch::exact;
+      free.erase(found);
+    }
+  }
+  for (auto& binding : bindings) {
+    if (binding.quality != MonitorMatch::none) {
+      continue;
+    }
+    const auto device = deviceName(binding.stableID);
+    std::vector<std::list<std::string>::iterator> candidates;
+    for (auto key = free.begin(); key != free.end(); ++key) {
+      if (deviceName(*key) == device) {
+        candidates.push_back(key);
+      }
+    }
+    if (candidates.size() == 1) {
+      binding.savedKey = *candidates.front();
+      binding.quality = MonitorMatch::sameDevice;
+      free.erase(candidates.front());
+    }
+  }
+  return bindings;
+}
+
+bool saysAnything(const MonitorAssignment& assignment) {
+  const auto present = [](const std::optional<std::string>& text) {
+    return text && !text::trimWhitespaceAndNewlines(*text).empty();
+  };
+  if (present(assignment.itemID)) {
+    return true;
+  }
+  if (present(assignment.playlistName)) {
+    return true;
+  }
+  return assignment.paused;
+}
+
+MonitorAssignments::Map MonitorAssignments::with(const Map& map, const std::string& stableID,
+                                                 const MonitorAssignment& assignment) {
+  if (!saysAnything(assignment)) {
+    return without(map, stableID);
+  }
+  Map out = map;
+  out[stableID] = assignment;
+  return out;
+}
+
+MonitorAssignments::Map MonitorAssignments::without(const Map& map, const std::string& stableID) {
+  Map out = map;
+  out.erase(stableID);
+  return out;
+}
+
+std::optional<MonitorAssignment> MonitorAssignments::effectiveFor(const Map& map,
+                                                                  const std::vector<std::string>& present,
+                                                                  const std::string& stableID) {
+  return MonitorIdentity::value(map, present, stableID);
+}
+
+}  // namespace korvalen
