@@ -2,6 +2,7 @@
 
 #include "cli/arguments.hpp"
 #include "cli/commands.hpp"
+#include "core/diagnostics/redact.hpp"
 
 #include <CLI/CLI.hpp>
 
@@ -32,6 +33,7 @@ int run(const std::vector<std::string>& arguments, Context& context) {
   addSettingsCommands(app, context, action);
   addFlashCommands(app, context, action);
   addPolicyCommands(app, context, action);
+  addMediaCommands(app, context, action);
   addDemoCommand(app, context, action);
 
   std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
@@ -61,10 +63,11 @@ int run(const std::vector<std::string>& arguments, Context& context) {
   try {
     return action();
   } catch (const UsageError& error) {
-    context.err << "korvalen: " << oneLine(error.what()) << "\n";
+    context.err << "korvalen: " << Redact::secrets(oneLine(error.what())) << "\n";
     return badUsage;
   } catch (const Failure& error) {
-    context.err << "korvalen: " << oneLine(error.what()) << "\n";
+    // Failures may quote a tool's own output, which may quote a link with a key in it.
+    context.err << "korvalen: " << Redact::secrets(oneLine(error.what())) << "\n";
     return failed;
   }
 }

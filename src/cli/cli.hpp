@@ -13,6 +13,7 @@
 namespace korvalen::cli {
 
 struct Context {
+  std::istream& in;
   std::ostream& out;
   std::ostream& err;
   paths::Environment environment;

@@ -5,6 +5,7 @@
 
 int main(int argc, char** argv) {
   std::vector<std::string> arguments(argv + 1, argv + argc);
-  korvalen::cli::Context context{std::cout, std::cerr, korvalen::paths::processEnvironment(), korvalen::currentDate};
+  korvalen::cli::Context context{std::cin, std::cout, std::cerr, korvalen::paths::processEnvironment(),
+                                 korvalen::currentDate};
   return korvalen::cli::run(arguments, context);
 }

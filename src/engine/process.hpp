@@ -19,10 +19,19 @@ namespace korvalen::engine {
 
 class ChildProcess {
  public:
+  enum class Input { none, pipe };
+
   // `program` is run with `arguments` (not including the program itself). Standard input is
-  // /dev/null. The error is one line naming the program.
+  // /dev/null, or a pipe fed with `write`. The error is one line naming the program.
   static std::expected<ChildProcess, std::string> start(const std::filesystem::path& program,
-                                                        const std::vector<std::string>& arguments);
+                                                        const std::vector<std::string>& arguments,
+                                                        Input input = Input::none);
+
+  // Writes all of `bytes` to the child's standard input, reading its output and error
+  // meanwhile so neither side can block the other. False when the child stopped reading.
+  bool write(std::string_view bytes, std::string& output, std::string& error);
+  // Ends the child's standard input.
+  void closeInput();
 
   ChildProcess(ChildProcess&& other) noexcept;
   ChildProcess& operator=(ChildProcess&& other) = delete;
@@ -43,11 +52,13 @@ class ChildProcess {
   [[nodiscard]] pid_t pid() const { return pid_; }
 
  private:
-  ChildProcess(pid_t pid, int output, int error) : pid_(pid), output_(output), error_(error) {}
+  ChildProcess(pid_t pid, int input, int output, int error)
+      : pid_(pid), input_(input), output_(output), error_(error) {}
   void closePipes();
   int reap();
 
   pid_t pid_ = -1;
+  int input_ = -1;
   int output_ = -1;
   int error_ = -1;
   std::optional<int> status_;

@@ -43,21 +43,30 @@ bool drain(int descriptor, std::string& into) {
 }  // namespace
 
 std::expected<ChildProcess, std::string> ChildProcess::start(const std::filesystem::path& program,
-                                                             const std::vector<std::string>& arguments) {
+                                                             const std::vector<std::string>& arguments, Input input) {
+  std::array<int, 2> feed{-1, -1};
   std::array<int, 2> output{-1, -1};
   std::array<int, 2> error{-1, -1};
-  if (::pipe2(output.data(), O_CLOEXEC) != 0) {
-    return std::unexpected(fmt::format("could not start {}: {}", program.string(), describe(errno)));
-  }
-  if (::pipe2(error.data(), O_CLOEXEC) != 0) {
+  const auto closeAll = [&] {
+    for (int descriptor : {feed[0], feed[1], output[0], output[1], error[0], error[1]}) {
+      if (descriptor >= 0) {
+        ::close(descriptor);
+      }
+    }
+  };
+  if ((input == Input::pipe && ::pipe2(feed.data(), O_CLOEXEC) != 0) || ::pipe2(output.data(), O_CLOEXEC) != 0 ||
+      ::pipe2(error.data(), O_CLOEXEC) != 0) {
     const int saved = errno;
-    ::close(output[0]);
-    ::close(output[1]);
+    closeAll();
     return std::unexpected(fmt::format("could not start {}: {}", program.string(), describe(saved)));
   }
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
+  if (input == Input::pipe) {
+    posix_spawn_file_actions_adddup2(&actions, feed[0], 0);
+  } else {
+    posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
+  }
   posix_spawn_file_actions_adddup2(&actions, output[1], 1);
   posix_spawn_file_actions_adddup2(&actions, error[1], 2);
 
@@ -75,19 +84,22 @@ std::expected<ChildProcess, std::string> ChildProcess::start(const std::filesyst
   pid_t pid = -1;
   const int spawned = ::posix_spawn(&pid, program.c_str(), &actions, nullptr, argv.data(), environ);
   posix_spawn_file_actions_destroy(&actions);
-  ::close(output[1]);
-  ::close(error[1]);
   if (spawned != 0) {
-    ::close(output[0]);
-    ::close(error[0]);
+    closeAll();
     return std::unexpected(fmt::format("could not start {}: {}", program.string(), describe(spawned)));
   }
-  return ChildProcess(pid, output[0], error[0]);
+  for (int* descriptor : {&feed[0], &output[1], &error[1]}) {
+    if (*descriptor >= 0) {
+      ::close(*descriptor);
+    }
+  }
+  return ChildProcess(pid, feed[1], output[0], error[0]);
 }
 
 ChildProcess::ChildProcess(ChildProcess&& other) noexcept
-    : pid_(other.pid_), output_(other.output_), error_(other.error_), status_(other.status_) {
+    : pid_(other.pid_), input_(other.input_), output_(other.output_), error_(other.error_), status_(other.status_) {
   other.pid_ = -1;
+  other.input_ = -1;
   other.output_ = -1;
   other.error_ = -1;
 }
@@ -100,7 +112,7 @@ ChildProcess::~ChildProcess() {
 }
 
 void ChildProcess::closePipes() {
-  for (int* descriptor : {&output_, &error_}) {
+  for (int* descriptor : {&input_, &output_, &error_}) {
     if (*descriptor >= 0) {
       ::close(*descriptor);
       *descriptor = -1;
@@ -136,6 +148,61 @@ bool ChildProcess::pump(std::string& output, std::string& error) {
   return output_ >= 0 || error_ >= 0;
 }
 
+bool ChildProcess::write(std::string_view bytes, std::string& output, std::string& error) {
+  // A child that exits early must give us EPIPE, not a SIGPIPE that ends this process.
+  static const bool ignoringBrokenPipes = [] { return std::signal(SIGPIPE, SIG_IGN) != SIG_ERR; }();
+  (void)ignoringBrokenPipes;
+  std::size_t written = 0;
+  while (written < bytes.size()) {
+    if (input_ < 0) {
+      return false;
+    }
+    std::array<pollfd, 3> watched{};
+    nfds_t count = 0;
+    watched[count++] = pollfd{input_, POLLOUT, 0};
+    for (const int descriptor : {output_, error_}) {
+      if (descriptor >= 0) {
+        watched[count++] = pollfd{descriptor, POLLIN, 0};
+      }
+    }
+    if (::poll(watched.data(), count, -1) < 0) {
+      if (errno == EINTR) {
+        continue;
+      }
+      return false;
+    }
+    for (nfds_t i = 1; i < count; ++i) {
+      if ((watched[i].revents & (POLLIN | POLLHUP | POLLERR)) != 0) {
+        int& descriptor = watched[i].fd == output_ ? output_ : error_;
+        if (!drain(descriptor, descriptor == output_ ? output : error)) {
+          ::close(descriptor);
+          descriptor = -1;
+        }
+      }
+    }
+    if ((watched[0].revents & (POLLERR | POLLHUP)) != 0) {
+      closeInput();
+      return false;
+    }
+    if ((watched[0].revents & POLLOUT) != 0) {
+      const auto sent = ::write(input_, bytes.data() + written, std::min<std::size_t>(bytes.size() - written, 1 << 16));
+      if (sent < 0 && errno != EINTR && errno != EAGAIN) {
+        closeInput();
+        return false;
+      }
+      written += sent > 0 ? static_cast<std::size_t>(sent) : 0;
+    }
+  }
+  return true;
+}
+
+void ChildProcess::closeInput() {
+  if (input_ >= 0) {
+    ::close(input_);
+    input_ = -1;
+  }
+}
+
 int ChildProcess::reap() {
   if (!status_) {
     int status = 0;
@@ -147,6 +214,7 @@ int ChildProcess::reap() {
 }
 
 int ChildProcess::wait(std::string& output, std::string& error) {
+  closeInput();
   while (pump(output, error)) {
   }
   return reap();

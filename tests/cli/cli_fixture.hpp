@@ -31,7 +31,8 @@ class Cli : public ::testing::Test {
     std::ostringstream out;
     std::ostringstream err;
     auto variables = environment;
-    Context context{out, err,
+    std::istringstream in(input);
+    Context context{in, out, err,
                     [variables](std::string_view name) -> std::optional<std::string> {
                       const auto found = variables.find(std::string(name));
                       return found == variables.end() ? std::nullopt : std::optional<std::string>(found->second);
@@ -53,6 +54,7 @@ class Cli : public ::testing::Test {
   [[nodiscard]] std::string planPath() const { return (folder / "Korvalen/screensaver-plan.json").string(); }
 
   korvalen::testing::TempFolder folder;
+  std::string input;  // standard input of the next run
   std::map<std::string, std::string> environment{{"KORVALEN_SAVER_PLAN", planPath()}};
   Date now = *ISO8601::plain().parse("2026-11-22T10:00:00Z");
 };

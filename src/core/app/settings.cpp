@@ -1,6 +1,6 @@
 #include "core/app/settings.hpp"
 
-#include "core/rendering/transition_names.hpp"
+#include "core/rendering/transitions.hpp"
 #include "core/support/text.hpp"
 
 #include <algorithm>
@@ -95,7 +95,8 @@ double TransitionSettings::effectiveSeconds() const {
 TransitionSettings TransitionSettings::sanitised() const {
   TransitionSettings out = *this;
   out.seconds = clampedOr(seconds, 0.2, 5.0, 1.2);
-  out.defaultId = std::string(TransitionNames::canonicalId(defaultId).value_or("crossBlend"));
+  const auto effect = TransitionRegistry::find(defaultId);
+  out.defaultId = effect ? effect->id : std::string("crossBlend");
   out.maxConcurrent = std::clamp<std::int64_t>(maxConcurrent, 1, 8);
   return out;
 }

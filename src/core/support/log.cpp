@@ -1,5 +1,7 @@
 #include "core/support/log.hpp"
 
+#include "core/diagnostics/redact.hpp"
+
 #include <cstdio>
 #include <mutex>
 
@@ -39,7 +41,8 @@ std::string formatLine(const Line& line) {
 }
 
 void write(std::string_view category, Level level, std::string_view message) {
-  Line line{std::string(category), level, std::string(message)};
+  // Log lines quote paths, links and tool output, any of which may carry a credential.
+  Line line{std::string(category), level, Redact::secrets(message)};
   auto& shared = sinks();
   std::lock_guard lock(shared.mutex);
   if (shared.current != nullptr) {

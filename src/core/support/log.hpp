@@ -1,5 +1,6 @@
 // The log facade. Every line carries the subsystem "com.vexil.korvalen", a category and a
-// level; arguments are public text. On Linux lines go to standard error; tests capture them.
+// level; arguments are public text, with credentials redacted. On Linux lines go to standard
+// error; tests capture them.
 #pragma once
 
 #include <fmt/format.h>

@@ -14,6 +14,12 @@ TEST(Log, CaptureReceivesLinesWithCategoryAndLevel) {
   EXPECT_EQ(capture.lines(), expected);
 }
 
+TEST(Log, CredentialsNeverReachTheLog) {
+  log::Capture capture;
+  log::write("import", log::Level::error, "fetch failed: https://api.example/v1?api_key=0123456789abcdef");
+  EXPECT_EQ(capture.lines().at(0).message, "fetch failed: https://api.example/v1?api_key=<redacted>");
+}
+
 TEST(Log, NestedCapturesRestoreTheOuterOne) {
   log::Capture outer;
   {

@@ -1,0 +1,320 @@
+// `korvalen transitions list|frame|render`, `korvalen library check` and `korvalen redact`.
+#include "cli/arguments.hpp"
+#include "cli/commands.hpp"
+#include "core/diagnostics/redact.hpp"
+#include "core/library/library_rules.hpp"
+#include "core/rendering/transitions.hpp"
+#include "core/support/atomic_file.hpp"
+#include "engine/compositor.hpp"
+#include "engine/file_hash.hpp"
+#include "engine/process.hpp"
+
+#include <fmt/format.h>
+
+#include <sys/stat.h>
+#include <istream>
+#include <iterator>
+#include <ostream>
+
+namespace korvalen::cli {
+namespace {
+
+TransitionEffect effectNamed(const std::string& id) {
+  if (auto effect = TransitionRegistry::find(id)) {
+    return *effect;
+  }
+  std::string ids;
+  for (const auto& effect : TransitionRegistry::all()) {
+    ids += (ids.empty() ? "" : ", ") + effect.id;
+  }
+  throw UsageError(fmt::format("no transition named \"{}\"; the transitions are {}", id, ids));
+}
+
+json::Json layerJson(const TransitionLayer& layer) {
+  json::Json out = json::Json::object();
+  out["opacity"] = layer.opacity;
+  out["clip"] = json::encode(layer.clip);
+  out["transform"] = layer.transform.values();
+  return out;
+}
+
+std::string layerText(const TransitionLayer& layer) {
+  const auto m = layer.transform;
+  return fmt::format("opacity {}, clip {}, transform [{} {} {} {} {} {}]", formatNumber(layer.opacity),
+                     describeRect(layer.clip), formatNumber(m.m11), formatNumber(m.m12), formatNumber(m.m21),
+                     formatNumber(m.m22), formatNumber(m.m31), formatNumber(m.m32));
+}
+
+int render(const std::string& id, const Size& size, double seconds, double fps, const std::string& out,
+           const std::filesystem::path& ffmpeg, Context& context) {
+  const auto effect = effectNamed(id);
+  const bool gif = out.ends_with(".gif");
+  if (!gif && !out.ends_with(".mp4")) {
+    throw UsageError(fmt::format("--out: expected a file ending in .gif or .mp4, got \"{}\"", out));
+  }
+  std::vector<std::string> arguments{"-v",
+                                     "error",
+                                     "-y",
+                                     "-f",
+                                     "rawvideo",
+                                     "-pix_fmt",
+                                     "bgra",
+                                     "-s",
+                                     fmt::format("{}x{}", size.width, size.height),
+                                     "-r",
+                                     formatNumber(fps),
+                                     "-i",
+                                     "-"};
+  if (gif) {
+    arguments.insert(arguments.end(), {"-vf", "split[a][b];[a]palettegen[p];[b][p]paletteuse"});
+  } else {
+    arguments.insert(arguments.end(), {"-c:v", "libx264", "-pix_fmt", "yuv420p", "-preset", "veryfast"});
+  }
+  arguments.push_back(out);
+  auto child = engine::ChildProcess::start(ffmpeg, arguments, engine::ChildProcess::Input::pipe);
+  if (!child) {
+    throw Failure(child.error());
+  }
+  const auto outgoing = engine::barsPicture(size.width, size.height);
+  const auto incoming = engine::checkerPicture(size.width, size.height);
+  const auto frames = std::max<std::int64_t>(static_cast<std::int64_t>(std::lround(seconds * fps)), 2);
+  std::string output;
+  std::string error;
+  for (std::int64_t i = 0; i < frames; ++i) {
+    const double progress = static_cast<double>(i) / static_cast<double>(frames - 1);
+    const auto picture = engine::composite(effect.at(progress, size.width, size.height), outgoing, incoming);
+    const std::string_view bytes(reinterpret_cast<const char*>(picture.bgra.data()), picture.bgra.size());
+    if (!child->write(bytes, output, error)) {
+      break;
+    }
+  }
+  if (child->wait(output, error) != 0) {
+    const auto line = error.substr(0, error.find('\n'));
+    throw Failure(Redact::secrets(fmt::format("ffmpeg could not write {}: {}", out, line)));
+  }
+  context.out << fmt::format("wrote {}: {} ({}), {} frames at {} fps\n", out, effect.id, effect.displayName, frames,
+                             formatNumber(fps));
+  return ok;
+}
+
+struct Checked {
+  std::string path;
+  WallpaperKind kind = WallpaperKind::none;
+  bool entersLibrary = true;
+  std::string title;
+  std::vector<std::string> storage;
+  std::optional<FitMode> fit;
+  ImportOutcome outcome;
+  std::optional<std::string> sha256;
+};
+
+}  // namespace
+
+void addMediaCommands(CLI::App& app, Context& context, Action& action) {
+  auto* transitions = app.add_subcommand("transitions", "The transition effects between wallpapers");
+  auto* list = transitions->add_subcommand("list", "Every effect: id, name, and whether it moves the pictures");
+  list->callback([&context, &action] {
+    action = [&context] {
+      for (const auto& effect : TransitionRegistry::all()) {
+        context.out << fmt::format("{:<18}{:<24}{}\n", effect.id, effect.displayName,
+                                   TransitionBudget::moving().contains(effect.id) ? "moving" : "still");
+      }
+      return ok;
+    };
+  });
+  {
+    struct Options {
+      std::string id, progress, size;
+      bool asJson = false;
+    };
+    auto options = std::make_shared<Options>();
+    auto* frame = transitions->add_subcommand("frame", "One frame of an effect, and how much of the screen it covers");
+    frame->add_option("id", options->id, "The effect, e.g. slideLeft")->required();
+    frame->add_option("--progress", options->progress, "0 to 1")->required();
+    frame->add_option("--size", options->size, "WIDTHxHEIGHT of the surface")->required();
+    frame->add_flag("--json", options->asJson, "Machine-readable output");
+    frame->callback([&context, &action, options] {
+      action = [&context, options] {
+        const auto effect = effectNamed(options->id);
+        const double progress = parseInRange(options->progress, "--progress", 0, 1);
+        const auto size = parseSize(options->size, "--size");
+        const auto result = effect.at(progress, size.width, size.height);
+        if (options->asJson) {
+          json::Json out = json::Json::object();
+          out["id"] = effect.id;
+          out["outgoing"] = layerJson(result.outgoing);
+          out["incoming"] = layerJson(result.incoming);
+          out["width"] = result.width;
+          out["height"] = result.height;
+          out["covered"] = result.covered();
+          out["visibleIncoming"] = result.visibleIncoming();
+          out["visibleOutgoing"] = result.visibleOutgoing();
+          context.out << json::pretty(out);
+        } else {
+          context.out << fmt::format(
+              "{} at {}\noutgoing  {}\nincoming  {}\ncovered {}, incoming visible {}, outgoing "
+              "visible {}\n",
+              effect.id, formatNumber(progress), layerText(result.outgoing), layerText(result.incoming),
+              formatNumber(result.covered()), formatNumber(result.visibleIncoming()),
+              formatNumber(result.visibleOutgoing()));
+        }
+        return ok;
+      };
+    });
+  }
+  {
+    struct Options {
+      std::string id, size, seconds = "1.5", fps = "24", out, ffmpeg;
+    };
+    auto options = std::make_shared<Options>();
+    auto* renderCommand =
+        transitions->add_subcommand("render", "Render an effect between two test pictures to a GIF or MP4");
+    renderCommand->add_option("id", options->id, "The effect")->required();
+    renderCommand->add_option("--size", options->size, "WIDTHxHEIGHT")->required();
+    renderCommand->add_option("--seconds", options->seconds, "Length (default 1.5)");
+    renderCommand->add_option("--fps", options->fps, "Frames per second (default 24)");
+    renderCommand->add_option("--out", options->out, "FILE.gif or FILE.mp4")->required();
+    renderCommand->add_option("--ffmpeg", options->ffmpeg, "The ffmpeg executable (default: ffmpeg on PATH)");
+    renderCommand->callback([&context, &action, options] {
+      action = [&context, options] {
+        const auto size = parseSize(options->size, "--size");
+        if (size.width < 2 || size.height < 2 || size.width > 7680 || size.height > 4320) {
+          throw UsageError(fmt::format("--size: expected 2x2 up to 7680x4320, got \"{}\"", options->size));
+        }
+        return render(options->id, size, parseInRange(options->seconds, "--seconds", 0.1, 60),
+                      parseInRange(options->fps, "--fps", 1, 120), options->out, locateFfmpeg(options->ffmpeg, context),
+                      context);
+      };
+    });
+  }
+
+  {
+    struct Options {
+      std::vector<std::string> paths;
+      std::string library, size;
+      bool asJson = false;
+    };
+    auto options = std::make_shared<Options>();
+    auto* library = app.add_subcommand("library", "The wallpaper library's rules");
+    auto* check = library->add_subcommand("check", "What importing these files or folders would do");
+    check->add_option("paths", options->paths, "Files or folders")->required();
+    check->add_option("--library", options->library, "A library.json whose items count as already held");
+    check->add_option("--size", options->size, "WIDTHxHEIGHT of the picture, for the default fit");
+    check->add_flag("--json", options->asJson, "Machine-readable output");
+    check->callback([&context, &action, options] {
+      action = [&context, options] {
+        std::vector<LibraryRules::Held> held;
+        if (!options->library.empty()) {
+          auto bytes = files::read(options->library);
+          if (!bytes) {
+            throw Failure(bytes.error());
+          }
+          auto parsed = json::parse(*bytes);
+          const json::Json* items = parsed && parsed->is_array()                                 ? &*parsed
+                                    : parsed && parsed->is_object() && parsed->contains("items") ? &(*parsed)["items"]
+                                                                                                 : nullptr;
+          if (items == nullptr || !items->is_array()) {
+            throw Failure(fmt::format("{} is not a library: expected a list of items", options->library));
+          }
+          for (std::size_t i = 0; i < items->size(); ++i) {
+            auto item = json::decode<LibraryItem>((*items)[i]);
+            if (item) {
+              held.push_back({item->id, item->sha256});
+            } else {
+              context.err << fmt::format("note: {} item {} skipped: {}\n", options->library, i,
+                                         item.error().describe());
+            }
+          }
+        }
+        std::optional<Size> size;
+        if (!options->size.empty()) {
+          size = parseSize(options->size, "--size");
+        }
+        json::Json report = json::Json::array();
+        for (const auto& path : options->paths) {
+          std::error_code error;
+          const auto status = std::filesystem::status(path, error);
+          const bool exists = std::filesystem::exists(status);
+          const bool isFolder = std::filesystem::is_directory(status);
+          const bool executable = exists && !isFolder && (static_cast<unsigned>(status.permissions()) & 0111U) != 0;
+          const auto file = isFolder ? (std::filesystem::path(path) / "index.html").string() : path;
+          const bool hasIndex = isFolder && std::filesystem::is_regular_file(file, error);
+          Checked checked;
+          checked.path = path;
+          checked.kind = LibraryRules::kindOf(file);
+          checked.entersLibrary = LibraryRules::entersLibrary(path, executable);
+          checked.title = LibraryRules::titleFor(path, isFolder, std::nullopt);
+          checked.storage = LibraryRules::relativePathFor("NEW-ID", path, isFolder);
+          if (size) {
+            checked.fit = LibraryRules::defaultFit(size->width, size->height);
+          }
+          if (exists && (!isFolder || hasIndex)) {
+            if (auto hash = engine::sha256OfFile(file)) {
+              checked.sha256 = *hash;
+            }
+          }
+          checked.outcome = LibraryRules::decideImport(exists, isFolder, hasIndex, file, checked.sha256, held);
+          std::string decision;
+          switch (checked.outcome.kind) {
+            case ImportOutcome::Kind::rejected:
+              decision = "rejected: " + checked.outcome.detail;
+              break;
+            case ImportOutcome::Kind::duplicate:
+              decision = "duplicate of " + checked.outcome.detail;
+              break;
+            case ImportOutcome::Kind::imported:
+              decision = "would be imported";
+              break;
+          }
+          if (!checked.entersLibrary) {
+            decision = "refused: not something the library may hold";
+          }
+          if (options->asJson) {
+            json::Json entry = json::Json::object();
+            entry["path"] = path;
+            entry["kind"] = std::string(toString(checked.kind));
+            entry["entersLibrary"] = checked.entersLibrary;
+            entry["title"] = checked.title;
+            entry["relativePath"] = checked.storage;
+            entry["defaultFit"] = checked.fit ? json::Json(std::string(toString(*checked.fit))) : json::Json(nullptr);
+            entry["sha256"] = checked.sha256 ? json::Json(*checked.sha256) : json::Json(nullptr);
+            entry["decision"] = decision;
+            report.push_back(entry);
+            continue;
+          }
+          context.out << fmt::format("{}\n  kind {}, title \"{}\", stored as {}{}\n  {}\n", path,
+                                     toString(checked.kind), checked.title, fmt::join(checked.storage, "/"),
+                                     checked.fit ? fmt::format(", fit {}", toString(*checked.fit)) : "", decision);
+        }
+        if (options->asJson) {
+          context.out << json::pretty(report);
+        }
+        return ok;
+      };
+    });
+  }
+
+  {
+    auto file = std::make_shared<std::string>();
+    auto* redact = app.add_subcommand("redact", "Hide credentials in text: standard input or FILE to standard output");
+    redact->add_option("file", *file, "A file (default: standard input)");
+    redact->callback([&context, &action, file] {
+      action = [&context, file] {
+        std::string text;
+        if (file->empty()) {
+          text.assign(std::istreambuf_iterator<char>(context.in), std::istreambuf_iterator<char>());
+        } else {
+          auto bytes = files::read(*file);
+          if (!bytes) {
+            throw Failure(bytes.error());
+          }
+          text = std::move(*bytes);
+        }
+        context.out << Redact::secrets(text);
+        return ok;
+      };
+    });
+  }
+}
+
+}  // namespace korvalen::cli

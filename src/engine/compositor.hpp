@@ -1,0 +1,33 @@
+// A small CPU compositor: draws a transition frame's two layers (opacity, clip, transform)
+// over black into a BGRA picture. The seed of the Linux playback engine's compositing; it is
+// exact rather than fast. Thread: any; it keeps no state.
+#pragma once
+
+#include "core/rendering/transitions.hpp"
+
+#include <cstdint>
+#include <vector>
+
+namespace korvalen::engine {
+
+struct Picture {
+  std::int64_t width = 0;
+  std::int64_t height = 0;
+  std::vector<std::uint8_t> bgra;  // width × height × 4, rows without padding
+
+  Picture() = default;
+  Picture(std::int64_t w, std::int64_t h);
+  void set(std::int64_t x, std::int64_t y, std::uint8_t blue, std::uint8_t green, std::uint8_t red);
+  [[nodiscard]] const std::uint8_t* at(std::int64_t x, std::int64_t y) const;
+};
+
+// Two distinct test pictures of the given size: blue and white bars, and an orange and
+// dark-grey checkerboard with a bright disc, so that every effect can be told apart.
+Picture barsPicture(std::int64_t width, std::int64_t height);
+Picture checkerPicture(std::int64_t width, std::int64_t height);
+
+// The frame drawn into a picture of the frame's size: black, then the outgoing layer, then
+// the incoming one. Both pictures must be the frame's size.
+Picture composite(const TransitionFrame& frame, const Picture& outgoing, const Picture& incoming);
+
+}  // namespace korvalen::engine
