@@ -113,21 +113,13 @@ KorvalenSettings KorvalenSettings::sanitised() const {
 
 namespace json {
 
-#define KORVALEN_SETTINGS_CODING(Type, fields)                                  \
-  Json Coding<Type>::encode(const Type& value, const Options& options) {        \
-    return encodeObject(value, options, fields);                                \
-  }                                                                             \
-  Result<Type> Coding<Type>::decode(const Json& json, const Options& options) { \
-    return decodeObject<Type>(json, options, fields);                           \
-  }
-KORVALEN_SETTINGS_CODING(ImportSettings, importFields)
-KORVALEN_SETTINGS_CODING(ToolSettings, toolFields)
-KORVALEN_SETTINGS_CODING(TransitionSettings, transitionFields)
-KORVALEN_SETTINGS_CODING(ScreensaverSettings, screensaverFields)
-KORVALEN_SETTINGS_CODING(LastWallpaper, lastWallpaperFields)
-KORVALEN_SETTINGS_CODING(FlashingPath, flashingPathFields)
-KORVALEN_SETTINGS_CODING(MonitorAssignment, monitorAssignmentFields)
-#undef KORVALEN_SETTINGS_CODING
+KORVALEN_CODING_FROM_FIELDS(ImportSettings, importFields)
+KORVALEN_CODING_FROM_FIELDS(ToolSettings, toolFields)
+KORVALEN_CODING_FROM_FIELDS(TransitionSettings, transitionFields)
+KORVALEN_CODING_FROM_FIELDS(ScreensaverSettings, screensaverFields)
+KORVALEN_CODING_FROM_FIELDS(LastWallpaper, lastWallpaperFields)
+KORVALEN_CODING_FROM_FIELDS(FlashingPath, flashingPathFields)
+KORVALEN_CODING_FROM_FIELDS(MonitorAssignment, monitorAssignmentFields)
 
 Json Coding<KorvalenSettings>::encode(const KorvalenSettings& settings, const Options& options) {
   ObjectWriter out(options);

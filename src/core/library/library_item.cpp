@@ -104,21 +104,9 @@ constexpr auto videoMetadataFields = [](auto& coder, auto& metadata) {
 
 }  // namespace
 
-Json Coding<LibraryItem>::encode(const LibraryItem& item, const Options& options) {
-  return encodeObject(item, options, libraryItemFields);
-}
+KORVALEN_CODING_FROM_FIELDS(LibraryItem, libraryItemFields)
 
-Result<LibraryItem> Coding<LibraryItem>::decode(const Json& json, const Options& options) {
-  return decodeObject<LibraryItem>(json, options, libraryItemFields);
-}
-
-Json Coding<VideoMetadata>::encode(const VideoMetadata& metadata, const Options& options) {
-  return encodeObject(metadata, options, videoMetadataFields);
-}
-
-Result<VideoMetadata> Coding<VideoMetadata>::decode(const Json& json, const Options& options) {
-  return decodeObject<VideoMetadata>(json, options, videoMetadataFields);
-}
+KORVALEN_CODING_FROM_FIELDS(VideoMetadata, videoMetadataFields)
 
 }  // namespace json
 }  // namespace korvalen

@@ -90,13 +90,7 @@ constexpr auto scheduleEntryFields = [](auto& coder, auto& entry) {
 };
 }  // namespace
 
-Json Coding<ScheduleEntry>::encode(const ScheduleEntry& entry, const Options& options) {
-  return encodeObject(entry, options, scheduleEntryFields);
-}
-
-Result<ScheduleEntry> Coding<ScheduleEntry>::decode(const Json& json, const Options& options) {
-  return decodeObject<ScheduleEntry>(json, options, scheduleEntryFields);
-}
+KORVALEN_CODING_FROM_FIELDS(ScheduleEntry, scheduleEntryFields)
 
 }  // namespace json
 }  // namespace korvalen

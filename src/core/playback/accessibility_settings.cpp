@@ -36,13 +36,7 @@ AccessibilitySettings AccessibilitySettings::sanitised() const {
 
 namespace json {
 
-Json Coding<AccessibilitySettings>::encode(const AccessibilitySettings& settings, const Options& options) {
-  return encodeObject(settings, options, accessibilityFields);
-}
-
-Result<AccessibilitySettings> Coding<AccessibilitySettings>::decode(const Json& json, const Options& options) {
-  return decodeObject<AccessibilitySettings>(json, options, accessibilityFields);
-}
+KORVALEN_CODING_FROM_FIELDS(AccessibilitySettings, accessibilityFields)
 
 }  // namespace json
 }  // namespace korvalen

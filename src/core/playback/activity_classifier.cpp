@@ -186,20 +186,8 @@ constexpr auto windowFields = [](auto& coder, auto& window) {
 
 }  // namespace
 
-Json Coding<MonitorInfo>::encode(const MonitorInfo& monitor, const Options& options) {
-  return encodeObject(monitor, options, monitorFields);
-}
+KORVALEN_CODING_FROM_FIELDS(MonitorInfo, monitorFields)
 
-Result<MonitorInfo> Coding<MonitorInfo>::decode(const Json& json, const Options& options) {
-  return decodeObject<MonitorInfo>(json, options, monitorFields);
-}
-
-Json Coding<WindowSnapshot>::encode(const WindowSnapshot& window, const Options& options) {
-  return encodeObject(window, options, windowFields);
-}
-
-Result<WindowSnapshot> Coding<WindowSnapshot>::decode(const Json& json, const Options& options) {
-  return decodeObject<WindowSnapshot>(json, options, windowFields);
-}
+KORVALEN_CODING_FROM_FIELDS(WindowSnapshot, windowFields)
 
 }  // namespace korvalen::json

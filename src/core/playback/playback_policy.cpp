@@ -196,21 +196,9 @@ PlaybackDecision PlaybackPolicy::evaluate(const PowerSettings& power, const Syst
 
 namespace json {
 
-Json Coding<MonitorActivity>::encode(const MonitorActivity& activity, const Options& options) {
-  return encodeObject(activity, options, activityFields);
-}
+KORVALEN_CODING_FROM_FIELDS(MonitorActivity, activityFields)
 
-Result<MonitorActivity> Coding<MonitorActivity>::decode(const Json& json, const Options& options) {
-  return decodeObject<MonitorActivity>(json, options, activityFields);
-}
-
-Json Coding<SystemState>::encode(const SystemState& state, const Options& options) {
-  return encodeObject(state, options, stateFields);
-}
-
-Result<SystemState> Coding<SystemState>::decode(const Json& json, const Options& options) {
-  return decodeObject<SystemState>(json, options, stateFields);
-}
+KORVALEN_CODING_FROM_FIELDS(SystemState, stateFields)
 
 Json Coding<MonitorPlayback>::encode(const MonitorPlayback& playback, const Options& options) {
   ObjectWriter out(options);

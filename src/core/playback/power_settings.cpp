@@ -99,13 +99,7 @@ Result<GpuPreference> Coding<GpuPreference>::decode(const Json& json, const Opti
   return decodeWord<GpuPreference>(json, parseGpuPreference, "graphics preference");
 }
 
-Json Coding<PowerSettings>::encode(const PowerSettings& power, const Options& options) {
-  return encodeObject(power, options, powerFields);
-}
-
-Result<PowerSettings> Coding<PowerSettings>::decode(const Json& json, const Options& options) {
-  return decodeObject<PowerSettings>(json, options, powerFields);
-}
+KORVALEN_CODING_FROM_FIELDS(PowerSettings, powerFields)
 
 }  // namespace json
 }  // namespace korvalen

@@ -53,13 +53,7 @@ constexpr auto cropFields = [](auto& coder, auto& crop) {
 };
 }  // namespace
 
-Json Coding<CropRect>::encode(const CropRect& crop, const Options& options) {
-  return encodeObject(crop, options, cropFields);
-}
-
-Result<CropRect> Coding<CropRect>::decode(const Json& json, const Options& options) {
-  return decodeObject<CropRect>(json, options, cropFields);
-}
+KORVALEN_CODING_FROM_FIELDS(CropRect, cropFields)
 
 }  // namespace json
 }  // namespace korvalen

@@ -53,13 +53,7 @@ Enhance EnhanceSettings::enhance() const {
 
 namespace json {
 
-Json Coding<EnhanceSettings>::encode(const EnhanceSettings& settings, const Options& options) {
-  return encodeObject(settings, options, enhanceFields);
-}
-
-Result<EnhanceSettings> Coding<EnhanceSettings>::decode(const Json& json, const Options& options) {
-  return decodeObject<EnhanceSettings>(json, options, enhanceFields);
-}
+KORVALEN_CODING_FROM_FIELDS(EnhanceSettings, enhanceFields)
 
 }  // namespace json
 }  // namespace korvalen

@@ -135,21 +135,9 @@ constexpr auto saverPlanFields = [](auto& coder, auto& plan) {
 
 }  // namespace
 
-Json Coding<SaverContent>::encode(const SaverContent& content, const Options& options) {
-  return encodeObject(content, options, saverContentFields);
-}
+KORVALEN_CODING_FROM_FIELDS(SaverContent, saverContentFields)
 
-Result<SaverContent> Coding<SaverContent>::decode(const Json& json, const Options& options) {
-  return decodeObject<SaverContent>(json, options, saverContentFields);
-}
-
-Json Coding<SaverPlan>::encode(const SaverPlan& plan, const Options& options) {
-  return encodeObject(plan, options, saverPlanFields);
-}
-
-Result<SaverPlan> Coding<SaverPlan>::decode(const Json& json, const Options& options) {
-  return decodeObject<SaverPlan>(json, options, saverPlanFields);
-}
+KORVALEN_CODING_FROM_FIELDS(SaverPlan, saverPlanFields)
 
 }  // namespace json
 }  // namespace korvalen

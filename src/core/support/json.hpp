@@ -338,6 +338,16 @@ Result<T> decodeObject(const Json& json, const Options& options, const Fields& f
   return in.finishWith(std::move(value));
 }
 
+// Defines `Coding<Type>`'s encode and decode from one field list; used inside namespace
+// korvalen::json of a source file.
+#define KORVALEN_CODING_FROM_FIELDS(Type, fields)                               \
+  Json Coding<Type>::encode(const Type& value, const Options& options) {        \
+    return encodeObject(value, options, fields);                                \
+  }                                                                             \
+  Result<Type> Coding<Type>::decode(const Json& json, const Options& options) { \
+    return decodeObject<Type>(json, options, fields);                           \
+  }
+
 // Parses text as JSON without throwing; the error is one line.
 std::expected<Json, std::string> parse(std::string_view text);
 
