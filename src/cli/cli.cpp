@@ -34,6 +34,7 @@ int run(const std::vector<std::string>& arguments, Context& context) {
   addFlashCommands(app, context, action);
   addPolicyCommands(app, context, action);
   addMediaCommands(app, context, action);
+  addPingPongCommands(app, context, action);
   addDemoCommand(app, context, action);
 
   std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
