@@ -1,5 +1,6 @@
 #include "cli/arguments.hpp"
 
+#include "core/support/atomic_file.hpp"
 #include "core/support/numbers.hpp"
 
 #include <fmt/format.h>
@@ -120,6 +121,24 @@ FitMode parseFit(std::string_view text, std::string_view argument) {
     return *fit;
   }
   refuse(argument, "one of fill, fit, stretch, center", text);
+}
+
+std::vector<std::string> splitList(std::string_view text, char separator) {
+  std::vector<std::string> pieces;
+  for (const auto piece : split(text, separator)) {
+    if (!piece.empty()) {
+      pieces.emplace_back(piece);
+    }
+  }
+  return pieces;
+}
+
+std::expected<json::Json, std::string> readJsonFile(const std::string& path) {
+  auto bytes = files::read(path);
+  if (!bytes) {
+    throw Failure(bytes.error());
+  }
+  return json::parse(*bytes);
 }
 
 std::string formatNumber(double value) {

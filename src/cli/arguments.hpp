@@ -5,11 +5,14 @@
 #include "core/library/library_item.hpp"
 #include "core/rendering/crop_rect.hpp"
 #include "core/rendering/trim_range.hpp"
+#include "core/support/json.hpp"
 
 #include <cstdint>
+#include <expected>
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace korvalen::cli {
 
@@ -45,6 +48,13 @@ WallpaperKind parseKind(std::string_view text, std::string_view argument);
 FitMode parseFit(std::string_view text, std::string_view argument);
 // A number within [low, high].
 double parseInRange(std::string_view text, std::string_view argument, double low, double high);
+
+// The non-empty pieces of "a,b,,c" split at `separator`.
+std::vector<std::string> splitList(std::string_view text, char separator = ',');
+
+// A file's JSON: a file that cannot be read is a `Failure`; text that is not JSON comes
+// back as the parser's one-line message, for the caller to judge.
+std::expected<json::Json, std::string> readJsonFile(const std::string& path);
 
 // A number for people: at most six decimals, no trailing zeros ("1", "0.05", "inf").
 std::string formatNumber(double value);

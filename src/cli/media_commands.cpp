@@ -205,11 +205,7 @@ void addMediaCommands(CLI::App& app, Context& context, Action& action) {
       action = [&context, options] {
         std::vector<LibraryRules::Held> held;
         if (!options->library.empty()) {
-          auto bytes = files::read(options->library);
-          if (!bytes) {
-            throw Failure(bytes.error());
-          }
-          auto parsed = json::parse(*bytes);
+          const auto parsed = readJsonFile(options->library);
           const json::Json* items = parsed && parsed->is_array()                                 ? &*parsed
                                     : parsed && parsed->is_object() && parsed->contains("items") ? &(*parsed)["items"]
                                                                                                  : nullptr;

@@ -4,42 +4,20 @@
 #include "cli/commands.hpp"
 #include "core/app/settings_coding.hpp"
 #include "core/library/schedule_editing.hpp"
-#include "core/support/atomic_file.hpp"
 
 #include <fmt/format.h>
 
 #include <ostream>
-#include <sstream>
 
 namespace korvalen::cli {
 namespace {
 
-std::vector<std::string> splitList(const std::string& text) {
-  std::vector<std::string> items;
-  std::stringstream stream(text);
-  std::string item;
-  while (std::getline(stream, item, ',')) {
-    if (!item.empty()) {
-      items.push_back(item);
-    }
-  }
-  return items;
-}
-
-json::Json readJsonFile(const std::string& path, std::string_view what) {
-  auto bytes = files::read(path);
-  if (!bytes) {
-    throw Failure(bytes.error());
-  }
-  auto parsed = json::parse(*bytes);
-  if (!parsed) {
-    throw Failure(fmt::format("{} {} is not JSON: {}", what, path, parsed.error()));
-  }
-  return std::move(*parsed);
-}
-
 Playlist playlistFromFile(const std::string& path) {
-  auto playlist = json::decode<Playlist>(readJsonFile(path, "playlist"));
+  const auto parsed = readJsonFile(path);
+  if (!parsed) {
+    throw Failure(fmt::format("playlist {} is not JSON: {}", path, parsed.error()));
+  }
+  auto playlist = json::decode<Playlist>(*parsed);
   if (!playlist) {
     throw Failure(fmt::format("playlist {} cannot be read: {}", path, playlist.error().describe()));
   }

@@ -6,7 +6,6 @@
 #include "core/desktop/monitor_identity.hpp"
 #include "core/playback/activity_classifier.hpp"
 #include "core/playback/power_rule_parser.hpp"
-#include "core/support/atomic_file.hpp"
 
 #include <fmt/format.h>
 
@@ -31,11 +30,7 @@ struct StateFile {
 };
 
 StateFile readState(const std::string& path) {
-  auto bytes = files::read(path);
-  if (!bytes) {
-    throw Failure(bytes.error());
-  }
-  auto parsed = json::parse(*bytes);
+  auto parsed = readJsonFile(path);
   if (!parsed) {
     throw UsageError(fmt::format("{}: not JSON: {}", path, parsed.error()));
   }

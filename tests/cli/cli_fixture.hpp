@@ -3,6 +3,7 @@
 #pragma once
 
 #include "cli/cli.hpp"
+#include "engine/process.hpp"
 #include "support/temp_folder.hpp"
 
 #include <gmock/gmock.h>
@@ -49,6 +50,15 @@ class Cli : public ::testing::Test {
     EXPECT_THAT(outcome.err, HasSubstr(fragment));
     EXPECT_EQ(std::count(outcome.err.begin(), outcome.err.end(), '\n'), 1) << outcome.err;
     EXPECT_EQ(outcome.out, "");
+  }
+
+  // Runs with the process's own PATH; ffmpeg on it, or a failed test saying how to get it.
+  std::filesystem::path systemFfmpeg() {
+    const char* path = std::getenv("PATH");
+    environment["PATH"] = path == nullptr ? "/usr/bin:/bin" : path;
+    auto found = engine::findExecutable("ffmpeg", environment["PATH"]);
+    EXPECT_TRUE(found.has_value()) << "these tests need ffmpeg on PATH (scripts/setup.sh installs it)";
+    return found.value_or("ffmpeg");
   }
 
   [[nodiscard]] std::string planPath() const { return (folder / "Korvalen/screensaver-plan.json").string(); }

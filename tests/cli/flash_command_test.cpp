@@ -8,14 +8,7 @@ namespace {
 // Clips made by ffmpeg's own sources, checked by the real `flash check`.
 class FlashCheck : public Cli {
  protected:
-  void SetUp() override {
-    const char* path = std::getenv("PATH");
-    environment["PATH"] = path == nullptr ? "/usr/bin:/bin" : path;
-    ffmpeg = engine::findExecutable("ffmpeg", environment["PATH"]);
-    if (!ffmpeg) {
-      GTEST_FAIL() << "these tests need ffmpeg on PATH (scripts/setup.sh installs it)";
-    }
-  }
+  void SetUp() override { ffmpeg = systemFfmpeg(); }
 
   // A grey-level clip whose luminance follows `expression` (ffmpeg's geq, over X, Y, T, N).
   std::string clip(const std::string& name, const std::string& expression, const std::string& size = "160x120",
@@ -29,12 +22,12 @@ class FlashCheck : public Cli {
       arguments.insert(arguments.end(), {"-c:v", "libx264", "-preset", "ultrafast", "-pix_fmt", "yuv420p"});
     }
     arguments.push_back(path);
-    const auto made = engine::run(*ffmpeg, arguments);
+    const auto made = engine::run(ffmpeg, arguments);
     EXPECT_TRUE(made && made->exitCode == 0) << (made ? made->error : made.error());
     return path;
   }
 
-  std::optional<std::filesystem::path> ffmpeg;
+  std::filesystem::path ffmpeg;
 };
 
 // Black and white every 0.1 s: five flashes a second.

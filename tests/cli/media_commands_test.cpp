@@ -25,8 +25,7 @@ TEST_F(Cli, TransitionsListAndFrame) {
 }
 
 TEST_F(Cli, TransitionsRenderWritesAPlayableFile) {
-  const char* path = std::getenv("PATH");
-  environment["PATH"] = path == nullptr ? "/usr/bin:/bin" : path;
+  systemFfmpeg();
   const auto out = (folder / "zoom.gif").string();
   const auto outcome =
       run({"transitions", "render", "zoomIn", "--size", "64x36", "--seconds", "0.5", "--fps", "10", "--out", out});
@@ -88,13 +87,10 @@ namespace korvalen::cli {
 namespace {
 
 TEST_F(Cli, PingPongAssessCutsARealClip) {
-  const char* path = std::getenv("PATH");
-  environment["PATH"] = path == nullptr ? "/usr/bin:/bin" : path;
-  const auto ffmpeg = engine::findExecutable("ffmpeg", environment["PATH"]);
-  ASSERT_TRUE(ffmpeg.has_value());
+  const auto ffmpeg = systemFfmpeg();
   const auto clip = (folder / "clip.mp4").string();
-  const auto made = engine::run(*ffmpeg, {"-v", "error", "-f", "lavfi", "-i", "testsrc2=s=320x240:r=25", "-t", "4",
-                                          "-c:v", "libx264", "-preset", "ultrafast", "-pix_fmt", "yuv420p", clip});
+  const auto made = engine::run(ffmpeg, {"-v", "error", "-f", "lavfi", "-i", "testsrc2=s=320x240:r=25", "-t", "4",
+                                         "-c:v", "libx264", "-preset", "ultrafast", "-pix_fmt", "yuv420p", clip});
   ASSERT_TRUE(made && made->exitCode == 0);
   // 320×240 at 25 fps is 2 880 000 bytes a second; a 9 600 000-byte budget allows 2 s segments.
   const auto outcome = run({"pingpong", "assess", clip, "--trim", "0.5:end", "--budget", "9600000", "--json"});
