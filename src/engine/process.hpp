@@ -2,12 +2,14 @@
 // shell. Standard output and standard error are read together, so a child that fills one
 // pipe while we wait on the other cannot deadlock. A child still running when its
 // `ChildProcess` goes away is terminated and reaped: no zombies, no leaked descriptors.
+// Children get a process group of their own, so a Ctrl-C at the terminal reaches only us and
+// we decide how they stop (a cancelled build must not see ffmpeg fail first).
 // Thread: one thread uses a `ChildProcess` at a time; `terminate` may come from another.
 #pragma once
 
 #include <sys/types.h>
 
-#include <atomic>
+#include <chrono>
 #include <expected>
 #include <filesystem>
 #include <optional>
@@ -39,8 +41,9 @@ class ChildProcess {
   ChildProcess& operator=(const ChildProcess&) = delete;
   ~ChildProcess();
 
-  // Waits until either stream has something and appends it. False once both have ended.
-  bool pump(std::string& output, std::string& error);
+  // Waits until either stream has something, or `timeout` has passed, and appends what came.
+  // False once both streams have ended. A negative timeout waits as long as it takes.
+  bool pump(std::string& output, std::string& error, std::chrono::milliseconds timeout = std::chrono::milliseconds(-1));
 
   // Reads both streams to their end, then reaps the child. The exit code, or 128 + the
   // signal that ended it.

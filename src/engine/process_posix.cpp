@@ -81,8 +81,14 @@ std::expected<ChildProcess, std::string> ChildProcess::start(const std::filesyst
   }
   argv.push_back(nullptr);
 
+  posix_spawnattr_t attributes;
+  posix_spawnattr_init(&attributes);
+  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP);
+  posix_spawnattr_setpgroup(&attributes, 0);
+
   pid_t pid = -1;
-  const int spawned = ::posix_spawn(&pid, program.c_str(), &actions, nullptr, argv.data(), environ);
+  const int spawned = ::posix_spawn(&pid, program.c_str(), &actions, &attributes, argv.data(), environ);
+  posix_spawnattr_destroy(&attributes);
   posix_spawn_file_actions_destroy(&actions);
   if (spawned != 0) {
     closeAll();
@@ -120,7 +126,7 @@ void ChildProcess::closePipes() {
   }
 }
 
-bool ChildProcess::pump(std::string& output, std::string& error) {
+bool ChildProcess::pump(std::string& output, std::string& error, std::chrono::milliseconds timeout) {
   std::array<pollfd, 2> watched{};
   nfds_t count = 0;
   if (output_ >= 0) {
@@ -132,7 +138,8 @@ bool ChildProcess::pump(std::string& output, std::string& error) {
   if (count == 0) {
     return false;
   }
-  if (::poll(watched.data(), count, -1) < 0) {
+  const int waitFor = timeout.count() < 0 ? -1 : static_cast<int>(std::min<std::int64_t>(timeout.count(), 1 << 30));
+  if (::poll(watched.data(), count, waitFor) < 0) {
     return errno == EINTR;
   }
   for (nfds_t i = 0; i < count; ++i) {

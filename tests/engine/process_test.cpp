@@ -6,6 +6,7 @@
 
 #include <dirent.h>
 #include <sys/wait.h>
+#include <unistd.h>
 #include <csignal>
 
 namespace korvalen::engine {
@@ -74,6 +75,22 @@ TEST(ChildProcess, TerminateStopsAndReapsAndLeavesNoDescriptors) {
   }
   EXPECT_EQ(::waitpid(pid, nullptr, WNOHANG), -1);
   EXPECT_EQ(openDescriptors(), before);
+}
+
+TEST(ChildProcess, ASilentChildCanBeWaitedOnInSlicesAndIsInAGroupOfItsOwn) {
+  auto child = ChildProcess::start(shell, {"-c", "sleep 0.3; printf done"});
+  ASSERT_TRUE(child.has_value());
+  // A Ctrl-C sent to our group must not reach it.
+  EXPECT_EQ(::getpgid(child->pid()), child->pid());
+  std::string output;
+  std::string error;
+  int slices = 0;
+  while (child->pump(output, error, std::chrono::milliseconds(20))) {
+    ++slices;
+  }
+  EXPECT_GT(slices, 1) << "pump returned while the child was still silent";
+  EXPECT_EQ(output, "done");
+  EXPECT_EQ(child->wait(output, error), 0);
 }
 
 TEST(FindExecutable, SearchesThePathInOrder) {

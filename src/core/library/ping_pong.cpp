@@ -183,6 +183,11 @@ bool forwardIsWholeSource(double trimStart, double trimEnd, double durationSecon
   return trimStart <= 0.001 && (std::isinf(trimEnd) || durationSeconds <= 0 || trimEnd >= durationSeconds - 0.05);
 }
 
+double usedSeconds(double durationSeconds, double trimStart, double trimEnd) {
+  const double end = std::isfinite(trimEnd) ? std::min(trimEnd, durationSeconds) : durationSeconds;
+  return end - std::max(trimStart, 0.0);
+}
+
 double expectedSeconds(double sourceSeconds, double fps) {
   return fps > 0 ? std::max(0.0, 2 * sourceSeconds - 1 / fps) : std::max(0.0, 2 * sourceSeconds);
 }

@@ -95,6 +95,9 @@ PingPongPlan assess(double durationSeconds, std::int64_t width, std::int64_t hei
                     double startSeconds);
 // An infinite trim end runs to the end of the clip.
 bool forwardIsWholeSource(double trimStart, double trimEnd, double durationSeconds);
+// How much of a clip of `durationSeconds` the trim window uses; an infinite end runs to the
+// end of the clip. Zero or less when the window misses the clip.
+double usedSeconds(double durationSeconds, double trimStart, double trimEnd);
 // The finished loop: twice the clip, one turn frame shorter.
 double expectedSeconds(double sourceSeconds, double fps);
 AfterEdit whatToDoAfterEdit(bool enabled, bool haveUsableCopy, double keptSeconds, std::int64_t sourceBytes,
