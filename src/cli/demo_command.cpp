@@ -4,6 +4,8 @@
 #include "core/library/schedule_editing.hpp"
 #include "core/playback/activity_classifier.hpp"
 #include "core/playback/power_rule_parser.hpp"
+#include "engine/file_hash.hpp"
+#include "engine/ping_pong_builder.hpp"
 #include "engine/process.hpp"
 
 #include <fmt/format.h>
@@ -160,6 +162,50 @@ void showFlashCheck(std::ostream& out, const std::filesystem::path& folder, cons
   }
 }
 
+// A generated three-second clip made into a forwards-and-backwards loop in two segments,
+// then found again in the cache.
+void showPingPong(std::ostream& out, const std::filesystem::path& folder, const Context& context) {
+  using engine::PingPongBuilder;
+  out << "\nPing-pong: a three-second clip played forwards, then backwards, with no jump at the seam:\n";
+  const auto ffmpeg = engine::findExecutable("ffmpeg", context.environment("PATH").value_or(""));
+  if (!ffmpeg) {
+    out << "  skipped: ffmpeg was not found on PATH\n";
+    return;
+  }
+  PingPongBuilder::Request request;
+  request.source = folder / "waves.mp4";
+  const auto made =
+      engine::run(*ffmpeg, {"-v", "error", "-f", "lavfi", "-i", "testsrc2=s=320x180:r=30", "-t", "3", "-c:v", "libx264",
+                            "-preset", "ultrafast", "-pix_fmt", "yuv420p", request.source.string()});
+  const auto hash = engine::sha256OfFile(request.source);
+  if (!made || made->exitCode != 0 || !hash) {
+    out << "  waves.mp4: could not be made with ffmpeg\n";
+    return;
+  }
+  request.sha256 = *hash;
+  request.cacheRoot = folder / "Korvalen";
+  request.ffmpeg = *ffmpeg;
+  request.clock = context.now;
+  // 320×180 at 30 fps decodes to 2.6 MB a second; this budget holds two seconds of it.
+  request.memoryBudgetBytes = 8'640'000;
+  const auto sourceBytes = static_cast<std::int64_t>(std::filesystem::file_size(request.source));
+  out << "  " << PingPong::cost(3, sourceBytes).describe() << "\n";
+  PingPongBuilder::Hooks hooks;
+  hooks.log = [&out](std::string_view line) { out << "  " << line << "\n"; };
+  const auto result = PingPongBuilder::build(request, {}, hooks);
+  if (result.problem) {
+    out << "  " << *result.problem << "\n";
+    return;
+  }
+  const auto probed = engine::run(*ffmpeg, PingPong::probeArguments(result.output->string()));
+  const auto seconds = probed ? PingPong::parseProbe(probed->error).seconds : std::nullopt;
+  out << fmt::format("  built with {}: {} s long (twice 3 s, less the turn frame it does not repeat)\n",
+                     result.encoder.value_or("unknown"), seconds ? formatNumber(*seconds) : "?");
+  const auto again = PingPongBuilder::findUsable(request.cacheRoot, request.source, request.sha256, request.trimStart,
+                                                 request.trimEnd);
+  out << "  asked again, the cache " << (again ? "has it: " + again->filename().string() : "lost it") << "\n";
+}
+
 }  // namespace
 
 void addDemoCommand(CLI::App& app, Context& context, Action& action) {
@@ -212,6 +258,7 @@ void addDemoCommand(CLI::App& app, Context& context, Action& action) {
       showPlaylists(out);
       showPolicy(out);
       showFlashCheck(out, scratch.path(), context);
+      showPingPong(out, scratch.path(), context);
       out << "\nThe temporary Korvalen folder is removed again.\n";
       return ok;
     };

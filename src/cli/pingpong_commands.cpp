@@ -1,24 +1,88 @@
-// `korvalen pingpong assess`: whether a clip can get a forwards-and-backwards copy, how it
-// would be cut to keep memory bounded, and what it would cost.
+// `korvalen pingpong assess|build|cache`: whether a clip can get a forwards-and-backwards
+// copy and at what cost, building it (or finding the one built before), and the cache of
+// built copies.
 #include "cli/arguments.hpp"
 #include "cli/commands.hpp"
 #include "core/library/ping_pong.hpp"
+#include "core/support/paths.hpp"
+#include "engine/file_hash.hpp"
+#include "engine/ping_pong_builder.hpp"
 #include "engine/process.hpp"
 
 #include <fmt/format.h>
 
+#include <array>
+#include <atomic>
+#include <csignal>
+#include <limits>
 #include <ostream>
+#include <thread>
 
 namespace korvalen::cli {
+namespace {
 
-void addPingPongCommands(CLI::App& app, Context& context, Action& action) {
+namespace fs = std::filesystem;
+using engine::PingPongBuilder;
+
+// Set by Ctrl-C while a build runs; a lock-free atomic is safe to touch from the handler.
+std::atomic<bool> interrupted{false};
+static_assert(std::atomic<bool>::is_always_lock_free);
+
+// While alive, Ctrl-C asks the build to stop instead of ending the process, so that ffmpeg is
+// stopped and the intermediate files are removed.
+class InterruptCatcher {
+ public:
+  InterruptCatcher() {
+    interrupted = false;
+    struct sigaction action {};
+    action.sa_handler = [](int) { interrupted = true; };
+    sigemptyset(&action.sa_mask);
+    ::sigaction(SIGINT, &action, &previous_);
+  }
+  ~InterruptCatcher() { ::sigaction(SIGINT, &previous_, nullptr); }
+  InterruptCatcher(const InterruptCatcher&) = delete;
+  InterruptCatcher& operator=(const InterruptCatcher&) = delete;
+
+ private:
+  struct sigaction previous_ {};
+};
+
+std::int64_t parseBudget(const std::string& text, std::string_view argument, std::int64_t least) {
+  const auto bytes = parseInteger(text, argument);
+  if (bytes < least) {
+    throw UsageError(fmt::format("{}: expected a number of bytes of at least {}, got \"{}\"", argument, least, text));
+  }
+  return bytes;
+}
+
+fs::path cacheRoot(const std::string& given, const Context& context) {
+  if (!given.empty()) {
+    return given;
+  }
+  return paths::korvalenFolder(paths::homeFolder(context.environment), context.environment);
+}
+
+std::string readableBytes(std::int64_t bytes) {
+  constexpr std::array units{"KB", "MB", "GB", "TB"};
+  if (bytes < 1024) {
+    return fmt::format("{} B", bytes);
+  }
+  auto value = static_cast<double>(bytes) / 1024;
+  std::size_t unit = 0;
+  while (value >= 1024 && unit + 1 < units.size()) {
+    value /= 1024;
+    ++unit;
+  }
+  return fmt::format("{:.1f} {}", value, units.at(unit));
+}
+
+void addAssess(CLI::App& group, Context& context, Action& action) {
   struct Options {
-    std::string file, trim, budget = "1073741824", ffmpeg;
+    std::string file, trim, budget = std::to_string(PingPongBuilder::defaultMemoryBudgetBytes), ffmpeg;
     bool asJson = false;
   };
   auto options = std::make_shared<Options>();
-  auto* group = app.add_subcommand("pingpong", "Forwards-and-backwards loops");
-  auto* assess = group->add_subcommand("assess", "Whether a clip can be reversed, in how many segments, at what cost");
+  auto* assess = group.add_subcommand("assess", "Whether a clip can be reversed, in how many segments, at what cost");
   assess->add_option("file", options->file, "The video")->required();
   assess->add_option("--trim", options->trim, "START:END in seconds; END may be \"end\"");
   assess->add_option("--budget", options->budget, "Memory for one reversal segment, in bytes (default 1 GiB)");
@@ -27,14 +91,9 @@ void addPingPongCommands(CLI::App& app, Context& context, Action& action) {
   assess->callback([&context, &action, options] {
     action = [&context, options] {
       const auto& o = *options;
-      const auto budget = parseInteger(o.budget, "--budget");
-      if (budget < 1) {
-        throw UsageError(fmt::format("--budget: expected a positive number of bytes, got \"{}\"", o.budget));
-      }
-      std::optional<TrimRange> trim;
-      if (!o.trim.empty()) {
-        trim = parseTrim(o.trim, "--trim");
-      }
+      const auto budget = parseBudget(o.budget, "--budget", 1);
+      const auto trim =
+          o.trim.empty() ? TrimRange{0, std::numeric_limits<double>::infinity()} : parseTrim(o.trim, "--trim");
       const auto ffmpeg = locateFfmpeg(o.ffmpeg, context);
       const auto probed = engine::run(ffmpeg, PingPong::probeArguments(o.file));
       if (!probed) {
@@ -45,13 +104,11 @@ void addPingPongCommands(CLI::App& app, Context& context, Action& action) {
         throw Failure(fmt::format("{}: {}", o.file, PingPong::explain(probed->error)));
       }
       std::error_code error;
-      const auto sourceBytes = static_cast<std::int64_t>(std::filesystem::file_size(o.file, error));
-      const auto space = std::filesystem::space(std::filesystem::absolute(o.file).parent_path(), error);
-      const double start = trim ? trim->start : 0;
-      const double end = trim && std::isfinite(trim->end) ? std::min(trim->end, *probe.seconds) : *probe.seconds;
-      const auto plan = PingPong::assess(std::max(end - start, 0.0), probe.width.value_or(0), probe.height.value_or(0),
-                                         probe.fps.value_or(0), budget, static_cast<std::int64_t>(space.available),
-                                         sourceBytes, start);
+      const auto sourceBytes = static_cast<std::int64_t>(fs::file_size(o.file, error));
+      const auto space = fs::space(fs::absolute(o.file).parent_path(), error);
+      const auto plan = PingPong::assess(PingPong::usedSeconds(*probe.seconds, trim.start, trim.end),
+                                         probe.width.value_or(0), probe.height.value_or(0), probe.fps.value_or(0),
+                                         budget, static_cast<std::int64_t>(space.available), sourceBytes, trim.start);
       const auto cost = PingPong::cost(plan.sourceSeconds, sourceBytes);
       if (o.asJson) {
         json::Json out = json::Json::object();
@@ -81,6 +138,187 @@ void addPingPongCommands(CLI::App& app, Context& context, Action& action) {
       return plan.allowed ? ok : failed;
     };
   });
+}
+
+// Runs the build on a worker thread so that this one can turn Ctrl-C into a stop request.
+PingPongBuilder::Result buildWithProgress(const PingPongBuilder::Request& request, Context& context) {
+  PingPongBuilder::Hooks hooks;
+  hooks.log = [&context](std::string_view line) { context.out << line << "\n"; };
+  int shown = -1;
+  if (context.interactive) {
+    hooks.progress = [&context, &shown](double fraction) {
+      constexpr int width = 30;
+      const int percent = static_cast<int>(fraction * 100);
+      if (percent != shown) {
+        const auto filled = static_cast<std::size_t>(percent * width / 100);
+        context.err << fmt::format("\r  [{}{}] {:3d}%", std::string(filled, '#'),
+                                   std::string(static_cast<std::size_t>(width) - filled, ' '), percent)
+                    << std::flush;
+        shown = percent;
+      }
+    };
+  }
+  const InterruptCatcher catcher;
+  std::atomic<bool> finished{false};
+  PingPongBuilder::Result result;
+  {
+    std::jthread worker([&](const std::stop_token& stop) {
+      result = PingPongBuilder::build(request, stop, hooks);
+      finished = true;
+    });
+    while (!finished) {
+      if (interrupted) {
+        worker.request_stop();
+      }
+      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+  }
+  if (shown >= 0) {
+    context.err << "\r\033[K" << std::flush;
+  }
+  return result;
+}
+
+void addBuild(CLI::App& group, Context& context, Action& action) {
+  struct Options {
+    std::string file, trim, cache, budget = std::to_string(PingPongBuilder::defaultMemoryBudgetBytes), ffmpeg, encoders;
+  };
+  auto options = std::make_shared<Options>();
+  auto* build = group.add_subcommand("build", "Build the forwards-and-backwards copy, or find the one built before");
+  build->add_option("file", options->file, "The video")->required();
+  build->add_option("--trim", options->trim, "START:END in seconds; END may be \"end\"");
+  build->add_option("--cache", options->cache, "The folder holding cache/pingpong (default: the Korvalen folder)");
+  build->add_option("--budget", options->budget, "Memory for one reversal segment, in bytes (default 1 GiB)");
+  build->add_option("--ffmpeg", options->ffmpeg, "The ffmpeg executable (default: ffmpeg on PATH)");
+  build->add_option(
+      "--encoder", options->encoders,
+      fmt::format("Encoders to try, comma-separated (default: {})", fmt::join(PingPongBuilder::encoderChain(), ",")));
+  build->callback([&context, &action, options] {
+    action = [&context, options] {
+      const auto& o = *options;
+      PingPongBuilder::Request request;
+      request.memoryBudgetBytes = parseBudget(o.budget, "--budget", 1);
+      if (!o.trim.empty()) {
+        const auto trim = parseTrim(o.trim, "--trim");
+        request.trimStart = trim.start;
+        request.trimEnd = trim.end;
+      }
+      if (!o.encoders.empty()) {
+        request.encoders = splitList(o.encoders);
+        if (request.encoders.empty()) {
+          throw UsageError(fmt::format("--encoder: expected encoder names, got \"{}\"", o.encoders));
+        }
+      }
+      request.ffmpeg = locateFfmpeg(o.ffmpeg, context);
+      request.source = o.file;
+      request.cacheRoot = cacheRoot(o.cache, context);
+      request.temporaryFolder = context.environment("TMPDIR").value_or("");
+      request.clock = context.now;
+      const auto hash = engine::sha256OfFile(o.file);
+      if (!hash) {
+        throw Failure(hash.error());
+      }
+      request.sha256 = *hash;
+
+      fs::path output;
+      if (const auto usable = PingPongBuilder::findUsable(request.cacheRoot, request.source, request.sha256,
+                                                          request.trimStart, request.trimEnd)) {
+        output = *usable;
+        context.out << "Using the copy built before.\n";
+      } else {
+        const auto result = buildWithProgress(request, context);
+        if (result.problem) {
+          throw Failure(fmt::format("{}: {}", o.file, *result.problem));
+        }
+        output = result.output.value_or(fs::path());
+        context.out << fmt::format("Built with {} in {} segment(s).\n", result.encoder.value_or("unknown"),
+                                   result.segments);
+      }
+      const auto removed = PingPongBuilder::trimCache(request.cacheRoot, PingPongBuilder::cacheBudgetBytes, output);
+      if (!removed.empty()) {
+        context.out << fmt::format("Removed {} older copy(ies) to keep the cache within {}.\n", removed.size(),
+                                   readableBytes(PingPongBuilder::cacheBudgetBytes));
+      }
+      context.out << output.string() << "\n";
+      return ok;
+    };
+  });
+}
+
+void addCache(CLI::App& group, Context& context, Action& action) {
+  struct Options {
+    std::string cache, trimTo;
+    bool asJson = false;
+  };
+  auto options = std::make_shared<Options>();
+  auto* cache = group.add_subcommand("cache", "List the cached copies, and trim the cache to a size");
+  cache->add_option("--cache", options->cache, "The folder holding cache/pingpong (default: the Korvalen folder)");
+  cache->add_option("--trim-to", options->trimTo, "Delete least recently used copies until the cache fits, in bytes");
+  cache->add_flag("--json", options->asJson, "Machine-readable output");
+  cache->callback([&context, &action, options] {
+    action = [&context, options] {
+      const auto& o = *options;
+      const auto root = cacheRoot(o.cache, context);
+      std::vector<fs::path> removed;
+      if (!o.trimTo.empty()) {
+        removed = PingPongBuilder::trimCache(root, parseBudget(o.trimTo, "--trim-to", 0));
+      }
+      auto entries = PingPongBuilder::cacheEntries(root);
+      std::stable_sort(entries.begin(), entries.end(),
+                       [](const auto& a, const auto& b) { return a.lastUsed > b.lastUsed; });
+      std::int64_t total = 0;
+      for (const auto& entry : entries) {
+        total += entry.bytes;
+      }
+      const auto sourceHash = [](const PingPongCacheEntry& entry) -> std::optional<std::string> {
+        const auto manifest = PingPongBuilder::readManifest(entry.path);
+        return manifest ? std::optional(manifest->sourceSha256) : std::nullopt;
+      };
+      if (o.asJson) {
+        json::Json out = json::Json::object();
+        out["folder"] = (root / "cache" / "pingpong").string();
+        out["totalBytes"] = total;
+        out["removed"] = json::Json::array();
+        for (const auto& path : removed) {
+          out["removed"].push_back(path.string());
+        }
+        out["copies"] = json::Json::array();
+        for (const auto& entry : entries) {
+          const auto hash = sourceHash(entry);
+          out["copies"].push_back({{"path", entry.path},
+                                   {"bytes", entry.bytes},
+                                   {"lastUsed", ISO8601::plain().format(entry.lastUsed)},
+                                   {"sourceSha256", hash ? json::Json(*hash) : json::Json(nullptr)}});
+        }
+        context.out << json::pretty(out);
+        return ok;
+      }
+      for (const auto& path : removed) {
+        context.out << "removed " << path.string() << "\n";
+      }
+      if (entries.empty()) {
+        context.out << fmt::format("No reversed copies are cached in {}.\n", (root / "cache" / "pingpong").string());
+        return ok;
+      }
+      context.out << fmt::format("{} cached copy(ies), {} in all, in {}:\n", entries.size(), readableBytes(total),
+                                 (root / "cache" / "pingpong").string());
+      for (const auto& entry : entries) {
+        context.out << fmt::format("  {:>10}  last used {}  source {}  {}\n", readableBytes(entry.bytes),
+                                   ISO8601::plain().format(entry.lastUsed), sourceHash(entry).value_or("(no manifest)"),
+                                   fs::path(entry.path).filename().string());
+      }
+      return ok;
+    };
+  });
+}
+
+}  // namespace
+
+void addPingPongCommands(CLI::App& app, Context& context, Action& action) {
+  auto* group = app.add_subcommand("pingpong", "Forwards-and-backwards loops");
+  addAssess(*group, context, action);
+  addBuild(*group, context, action);
+  addCache(*group, context, action);
 }
 
 }  // namespace korvalen::cli

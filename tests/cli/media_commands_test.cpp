@@ -82,29 +82,3 @@ TEST_F(Cli, RedactFiltersStandardInputAndFiles) {
 
 }  // namespace
 }  // namespace korvalen::cli
-
-namespace korvalen::cli {
-namespace {
-
-TEST_F(Cli, PingPongAssessCutsARealClip) {
-  const auto ffmpeg = systemFfmpeg();
-  const auto clip = (folder / "clip.mp4").string();
-  const auto made = engine::run(ffmpeg, {"-v", "error", "-f", "lavfi", "-i", "testsrc2=s=320x240:r=25", "-t", "4",
-                                         "-c:v", "libx264", "-preset", "ultrafast", "-pix_fmt", "yuv420p", clip});
-  ASSERT_TRUE(made && made->exitCode == 0);
-  // 320×240 at 25 fps is 2 880 000 bytes a second; a 9 600 000-byte budget allows 2 s segments.
-  const auto outcome = run({"pingpong", "assess", clip, "--trim", "0.5:end", "--budget", "9600000", "--json"});
-  ASSERT_EQ(outcome.status, ok) << outcome.err;
-  const auto plan = json::Json::parse(outcome.out);
-  EXPECT_EQ(plan["sourceSeconds"], 3.5);
-  EXPECT_EQ(plan["segmentSeconds"], 2.0);
-  EXPECT_EQ(plan["segmentCount"], 2);
-  EXPECT_EQ(plan["fps"], 25.0);
-  korvalen::testing::writeText(folder / "broken.mp4", "not a video");
-  expectOneLineError(run({"pingpong", "assess", (folder / "broken.mp4").string()}), failed,
-                     "could not be read all the way through");
-  expectOneLineError(run({"pingpong", "assess", clip, "--budget", "0"}), badUsage, "--budget");
-}
-
-}  // namespace
-}  // namespace korvalen::cli
