@@ -188,10 +188,12 @@ PingPongBuilder::Result Run::go() {
   if (!fs::is_regular_file(request_.source, error)) {
     return fail(std::string(goneMessage));
   }
+  // "file:" keeps ffmpeg from taking a name such as "take:2.mp4" for a protocol.
+  const auto source = "file:" + fs::absolute(request_.source, error).string();
 
   // Probe. Given no output, ffmpeg describes the input and exits with a failure.
   std::string probeError;
-  if (auto failure = ffmpeg(PingPong::probeArguments(request_.source.string()), 0, &probeError);
+  if (auto failure = ffmpeg(PingPong::probeArguments(source), 0, &probeError);
       failure && (cancelled() || !failure->ran)) {
     return fail(failure->problem);
   }
@@ -225,6 +227,9 @@ PingPongBuilder::Result Run::go() {
 
   // Working folder; everything in it goes when the build ends, whatever the outcome.
   const auto temporary = request_.temporaryFolder.empty() ? fs::temp_directory_path(error) : request_.temporaryFolder;
+  if (error) {
+    return fail(PingPong::explain(error.message()));
+  }
   const auto work = temporary / ("korvalen-pingpong-" + newUuid());
   if (!fs::create_directories(work, error)) {
     return fail(PingPong::explain(error.message()));
@@ -234,7 +239,6 @@ PingPongBuilder::Result Run::go() {
   const auto bitrate =
       std::clamp(static_cast<std::int64_t>(static_cast<double>(sourceBytes) * 8 / std::max(*probe.seconds, 0.001)),
                  minimumBitrate, maximumBitrate);
-  const auto source = request_.source.string();
   total_ = 2 * plan.alignedSeconds();
 
   // Forwards. The source itself cannot serve: joining without re-encoding needs every part

@@ -164,6 +164,16 @@ TEST_F(PingPongBuild, FallsBackAlongTheEncoderChainAndSticksToTheEncoderThatWork
   expectNothingLeftBehind();
 }
 
+TEST_F(PingPongBuild, ANameFfmpegCouldTakeForAProtocolIsStillAFile) {
+  const auto source = folder / "take: 1 'best'.mp4";
+  fs::copy_file(clip("count50.mp4"), source);
+  auto made = request(source);
+  made.trimEnd = 1.0;
+  const auto result = build(made);
+  ASSERT_EQ(result.problem, std::nullopt);
+  EXPECT_EQ(korvalen::testing::frameNumbers(ffmpeg, *result.output), expectedLoop(0, 9));
+}
+
 struct FailureCase {
   std::string name;
   std::string problem;
