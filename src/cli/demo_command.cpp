@@ -193,8 +193,8 @@ void showPingPong(std::ostream& out, const std::filesystem::path& folder, const 
   PingPongBuilder::Hooks hooks;
   hooks.log = [&out](std::string_view line) { out << "  " << line << "\n"; };
   const auto result = PingPongBuilder::build(request, {}, hooks);
-  if (result.problem) {
-    out << "  " << *result.problem << "\n";
+  if (result.problem || !result.output) {
+    out << "  " << result.problem.value_or("no copy was built") << "\n";
     return;
   }
   const auto probed = engine::run(*ffmpeg, PingPong::probeArguments(result.output->string()));

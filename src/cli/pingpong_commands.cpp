@@ -76,17 +76,25 @@ std::string readableBytes(std::int64_t bytes) {
   return fmt::format("{:.1f} {}", value, units.at(unit));
 }
 
+// What `assess` and `build` both take: the clip, its window, the memory budget and ffmpeg.
+struct ClipOptions {
+  std::string file, trim, budget = std::to_string(PingPongBuilder::defaultMemoryBudgetBytes), ffmpeg;
+
+  void addTo(CLI::App& command) {
+    command.add_option("file", file, "The video")->required();
+    command.add_option("--trim", trim, "START:END in seconds; END may be \"end\"");
+    command.add_option("--budget", budget, "Memory for one reversal segment, in bytes (default 1 GiB)");
+    command.add_option("--ffmpeg", ffmpeg, "The ffmpeg executable (default: ffmpeg on PATH)");
+  }
+};
+
 void addAssess(CLI::App& group, Context& context, Action& action) {
-  struct Options {
-    std::string file, trim, budget = std::to_string(PingPongBuilder::defaultMemoryBudgetBytes), ffmpeg;
+  struct Options : ClipOptions {
     bool asJson = false;
   };
   auto options = std::make_shared<Options>();
   auto* assess = group.add_subcommand("assess", "Whether a clip can be reversed, in how many segments, at what cost");
-  assess->add_option("file", options->file, "The video")->required();
-  assess->add_option("--trim", options->trim, "START:END in seconds; END may be \"end\"");
-  assess->add_option("--budget", options->budget, "Memory for one reversal segment, in bytes (default 1 GiB)");
-  assess->add_option("--ffmpeg", options->ffmpeg, "The ffmpeg executable (default: ffmpeg on PATH)");
+  options->addTo(*assess);
   assess->add_flag("--json", options->asJson, "Machine-readable output");
   assess->callback([&context, &action, options] {
     action = [&context, options] {
@@ -180,16 +188,13 @@ PingPongBuilder::Result buildWithProgress(const PingPongBuilder::Request& reques
 }
 
 void addBuild(CLI::App& group, Context& context, Action& action) {
-  struct Options {
-    std::string file, trim, cache, budget = std::to_string(PingPongBuilder::defaultMemoryBudgetBytes), ffmpeg, encoders;
+  struct Options : ClipOptions {
+    std::string cache, encoders;
   };
   auto options = std::make_shared<Options>();
   auto* build = group.add_subcommand("build", "Build the forwards-and-backwards copy, or find the one built before");
-  build->add_option("file", options->file, "The video")->required();
-  build->add_option("--trim", options->trim, "START:END in seconds; END may be \"end\"");
+  options->addTo(*build);
   build->add_option("--cache", options->cache, "The folder holding cache/pingpong (default: the Korvalen folder)");
-  build->add_option("--budget", options->budget, "Memory for one reversal segment, in bytes (default 1 GiB)");
-  build->add_option("--ffmpeg", options->ffmpeg, "The ffmpeg executable (default: ffmpeg on PATH)");
   build->add_option(
       "--encoder", options->encoders,
       fmt::format("Encoders to try, comma-separated (default: {})", fmt::join(PingPongBuilder::encoderChain(), ",")));

@@ -217,9 +217,10 @@ PingPongBuilder::Result Run::go() {
   }
   const auto plan = PingPong::assess(duration, probe.width.value_or(0), probe.height.value_or(0), probe.fps.value_or(0),
                                      request_.memoryBudgetBytes, freeBytes, sourceBytes, start);
-  if (!plan.allowed) {
+  if (!plan.allowed || !probe.seconds) {
     return fail(plan.reason.value_or(PingPong::explain("")));
   }
+  const double clipSeconds = *probe.seconds;
   if (plan.segmentCount() < 1) {
     return fail(std::string(emptyMessage));
   }
@@ -237,7 +238,7 @@ PingPongBuilder::Result Run::go() {
   const Removal workRemoval(work);
 
   const auto bitrate =
-      std::clamp(static_cast<std::int64_t>(static_cast<double>(sourceBytes) * 8 / std::max(*probe.seconds, 0.001)),
+      std::clamp(static_cast<std::int64_t>(static_cast<double>(sourceBytes) * 8 / std::max(clipSeconds, 0.001)),
                  minimumBitrate, maximumBitrate);
   total_ = 2 * plan.alignedSeconds();
 
@@ -309,7 +310,7 @@ PingPongBuilder::Result Run::go() {
     return fail(PingPong::explain(written.error()));
   }
 
-  const auto window = PingPong::forwardIsWholeSource(request_.trimStart, request_.trimEnd, *probe.seconds)
+  const auto window = PingPong::forwardIsWholeSource(request_.trimStart, request_.trimEnd, clipSeconds)
                           ? std::string()
                           : fmt::format(", window from {:.3f} s", plan.sourceStartSeconds);
   const auto line = fmt::format("pingpong: {:.3f} s at {:.3f} fps, {} segment(s) of {:.3f} s{}", plan.sourceSeconds,

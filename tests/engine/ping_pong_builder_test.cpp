@@ -182,7 +182,7 @@ struct FailureCase {
 
 class PingPongFailures : public PingPongBuild, public ::testing::WithParamInterface<FailureCase> {};
 
-const std::string unreadable =
+constexpr std::string_view unreadable =
     "This clip could not be read all the way through, so it could not be reversed. Korvalen will keep playing the "
     "original.";
 
@@ -192,7 +192,7 @@ INSTANTIATE_TEST_SUITE_P(EndInAProblem, PingPongFailures, ::testing::Values(
               [](auto& made, const auto& folder) { made.source = folder / "gone.mp4"; }},
   FailureCase{"SourceIsAFolder", "That clip is no longer on disk.",
               [](auto& made, const auto& folder) { made.source = folder / "tmp"; }},
-  FailureCase{"CorruptSource", unreadable,
+  FailureCase{"CorruptSource", std::string(unreadable),
               [](auto& made, const auto& folder) {
                 made.source = folder / "broken.mp4";
                 korvalen::testing::writeText(made.source, std::string(4096, '\x7f') + "not a video");
@@ -246,7 +246,7 @@ TEST_F(PingPongBuild, CancellingMidBuildStopsFfmpegAndLeavesNothingBehind) {
 
 // A cached copy written by hand: the file and its manifest.
 fs::path cacheCopy(const fs::path& root, const std::string& hash, std::int64_t sourceBytes, std::int64_t bytes) {
-  const auto path = PingPong::cachePath(root, hash, 0, toTheEnd);
+  auto path = PingPong::cachePath(root, hash, 0, toTheEnd);
   fs::create_directories(path.parent_path());
   korvalen::testing::writeText(path, std::string(static_cast<std::size_t>(bytes), 'v'));
   PingPongManifest manifest;

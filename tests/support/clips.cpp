@@ -19,7 +19,7 @@ constexpr int levelStep = 14;
 }  // namespace
 
 std::filesystem::path ffmpegOnPath() {
-  const char* path = std::getenv("PATH");
+  const char* path = std::getenv("PATH");  // NOLINT(concurrency-mt-unsafe): nothing sets it meanwhile
   auto found = engine::findExecutable("ffmpeg", path == nullptr ? "/usr/bin:/bin" : path);
   EXPECT_TRUE(found.has_value()) << "these tests need ffmpeg on PATH (scripts/setup.sh installs it)";
   return found.value_or("ffmpeg");
@@ -57,7 +57,7 @@ std::vector<int> frameNumbers(const std::filesystem::path& ffmpeg, const std::fi
       double sum = 0;
       for (int y = 0; y < height; ++y) {
         for (int x = from; x < to; ++x) {
-          sum += pixels[static_cast<std::size_t>((y * width + x) * 4 + 1)];
+          sum += pixels[(static_cast<std::size_t>(y) * width + static_cast<std::size_t>(x)) * 4 + 1];
         }
       }
       const double mean = sum / ((to - from) * height);
