@@ -6,6 +6,7 @@
 #include "core/rendering/transitions.hpp"
 #include "core/support/atomic_file.hpp"
 #include "engine/compositor.hpp"
+#include "engine/ffmpeg_file.hpp"
 #include "engine/file_hash.hpp"
 #include "engine/process.hpp"
 
@@ -70,7 +71,7 @@ int render(const std::string& id, const Size& size, double seconds, double fps, 
   } else {
     arguments.insert(arguments.end(), {"-c:v", "libx264", "-pix_fmt", "yuv420p", "-preset", "veryfast"});
   }
-  arguments.push_back(out);
+  arguments.push_back(engine::ffmpegFile(out));
   auto child = engine::ChildProcess::start(ffmpeg, arguments, engine::ChildProcess::Input::pipe);
   if (!child) {
     throw Failure(child.error());

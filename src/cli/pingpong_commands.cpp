@@ -5,6 +5,7 @@
 #include "cli/commands.hpp"
 #include "core/library/ping_pong.hpp"
 #include "core/support/paths.hpp"
+#include "engine/ffmpeg_file.hpp"
 #include "engine/file_hash.hpp"
 #include "engine/ping_pong_builder.hpp"
 #include "engine/process.hpp"
@@ -103,7 +104,7 @@ void addAssess(CLI::App& group, Context& context, Action& action) {
       const auto trim =
           o.trim.empty() ? TrimRange{0, std::numeric_limits<double>::infinity()} : parseTrim(o.trim, "--trim");
       const auto ffmpeg = locateFfmpeg(o.ffmpeg, context);
-      const auto probed = engine::run(ffmpeg, PingPong::probeArguments(o.file));
+      const auto probed = engine::run(ffmpeg, PingPong::probeArguments(engine::ffmpegFile(o.file)));
       if (!probed) {
         throw Failure(probed.error());
       }

@@ -4,6 +4,7 @@
 #include "core/support/json.hpp"
 #include "core/support/log.hpp"
 #include "core/support/precondition.hpp"
+#include "engine/ffmpeg_file.hpp"
 #include "engine/process.hpp"
 
 #include <fmt/format.h>
@@ -148,7 +149,10 @@ std::optional<Failure> Run::ffmpeg(const std::vector<std::string>& arguments, do
     return Failure{std::string(cancelledMessage)};
   }
   if (status != 0) {
-    return Failure{PingPong::explain(*error)};
+    std::error_code missing;
+    // A clip deleted or moved while it is being read makes ffmpeg fail; say what happened.
+    return Failure{fs::is_regular_file(request_.source, missing) ? PingPong::explain(*error)
+                                                                 : std::string(goneMessage)};
   }
   done_ += partSeconds;
   report(done_ / total_);
@@ -188,8 +192,7 @@ PingPongBuilder::Result Run::go() {
   if (!fs::is_regular_file(request_.source, error)) {
     return fail(std::string(goneMessage));
   }
-  // "file:" keeps ffmpeg from taking a name such as "take:2.mp4" for a protocol.
-  const auto source = "file:" + fs::absolute(request_.source, error).string();
+  const auto source = ffmpegFile(request_.source);
 
   // Probe. Given no output, ffmpeg describes the input and exits with a failure.
   std::string probeError;

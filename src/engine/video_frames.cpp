@@ -1,6 +1,7 @@
 #include "engine/video_frames.hpp"
 
 #include "core/support/numbers.hpp"
+#include "engine/ffmpeg_file.hpp"
 
 #include <fmt/format.h>
 
@@ -31,8 +32,8 @@ const std::regex& frameLine() {
 std::expected<VideoFrames, std::string> VideoFrames::open(const std::filesystem::path& ffmpeg,
                                                           const std::filesystem::path& file) {
   auto child = ChildProcess::start(
-      ffmpeg, {"-hide_banner", "-nostdin", "-loglevel", "info", "-i", file.string(), "-map", "0:v:0", "-vf", "showinfo",
-               "-fps_mode", "passthrough", "-pix_fmt", "bgra", "-f", "rawvideo", "-"});
+      ffmpeg, {"-hide_banner", "-nostdin", "-loglevel", "info", "-i", ffmpegFile(file), "-map", "0:v:0", "-vf",
+               "showinfo", "-fps_mode", "passthrough", "-pix_fmt", "bgra", "-f", "rawvideo", "-"});
   if (!child) {
     return std::unexpected(child.error());
   }

@@ -165,9 +165,9 @@ TEST_F(PingPongBuild, FallsBackAlongTheEncoderChainAndSticksToTheEncoderThatWork
 }
 
 TEST_F(PingPongBuild, ANameFfmpegCouldTakeForAProtocolIsStillAFile) {
-  const auto source = folder / "take: 1 'best'.mp4";
-  fs::copy_file(clip("count50.mp4"), source);
-  auto made = request(source);
+  fs::copy_file(clip("count50.mp4"), folder / "take: 1 'best'.mp4");
+  const korvalen::testing::CurrentFolder inFolder(folder.path());
+  auto made = request("take: 1 'best'.mp4");
   made.trimEnd = 1.0;
   const auto result = build(made);
   ASSERT_EQ(result.problem, std::nullopt);
