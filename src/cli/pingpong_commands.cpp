@@ -5,17 +5,14 @@
 #include "cli/commands.hpp"
 #include "core/library/ping_pong.hpp"
 #include "core/support/paths.hpp"
-#include "engine/ffmpeg_file.hpp"
 #include "engine/file_hash.hpp"
 #include "engine/ping_pong_builder.hpp"
-#include "engine/process.hpp"
 
 #include <fmt/format.h>
 
 #include <array>
 #include <atomic>
 #include <csignal>
-#include <limits>
 #include <ostream>
 #include <thread>
 
@@ -79,13 +76,30 @@ std::string readableBytes(std::int64_t bytes) {
 
 // What `assess` and `build` both take: the clip, its window, the memory budget and ffmpeg.
 struct ClipOptions {
-  std::string file, trim, budget = std::to_string(PingPongBuilder::defaultMemoryBudgetBytes), ffmpeg;
+  std::string file, trim, cache, budget = std::to_string(PingPongBuilder::defaultMemoryBudgetBytes), ffmpeg;
 
   void addTo(CLI::App& command) {
     command.add_option("file", file, "The video")->required();
     command.add_option("--trim", trim, "START:END in seconds; END may be \"end\"");
+    command.add_option("--cache", cache, "The folder holding cache/pingpong (default: the Korvalen folder)");
     command.add_option("--budget", budget, "Memory for one reversal segment, in bytes (default 1 GiB)");
     command.add_option("--ffmpeg", ffmpeg, "The ffmpeg executable (default: ffmpeg on PATH)");
+  }
+
+  [[nodiscard]] PingPongBuilder::Request request(const Context& context) const {
+    PingPongBuilder::Request made;
+    made.memoryBudgetBytes = parseBudget(budget, "--budget", 1);
+    if (!trim.empty()) {
+      const auto range = parseTrim(trim, "--trim");
+      made.trimStart = range.start;
+      made.trimEnd = range.end;
+    }
+    made.ffmpeg = locateFfmpeg(ffmpeg, context);
+    made.source = file;
+    made.cacheRoot = cacheRoot(cache, context);
+    made.temporaryFolder = context.environment("TMPDIR").value_or("");
+    made.clock = context.now;
+    return made;
   }
 };
 
@@ -100,24 +114,13 @@ void addAssess(CLI::App& group, Context& context, Action& action) {
   assess->callback([&context, &action, options] {
     action = [&context, options] {
       const auto& o = *options;
-      const auto budget = parseBudget(o.budget, "--budget", 1);
-      const auto trim =
-          o.trim.empty() ? TrimRange{0, std::numeric_limits<double>::infinity()} : parseTrim(o.trim, "--trim");
-      const auto ffmpeg = locateFfmpeg(o.ffmpeg, context);
-      const auto probed = engine::run(ffmpeg, PingPong::probeArguments(engine::ffmpegFile(o.file)));
-      if (!probed) {
-        throw Failure(probed.error());
+      const auto assessment = PingPongBuilder::assess(o.request(context));
+      if (assessment.problem) {
+        throw Failure(fmt::format("{}: {}", o.file, *assessment.problem));
       }
-      const auto probe = PingPong::parseProbe(probed->error);
-      if (!probe.seconds) {
-        throw Failure(fmt::format("{}: {}", o.file, PingPong::explain(probed->error)));
-      }
-      std::error_code error;
-      const auto sourceBytes = static_cast<std::int64_t>(fs::file_size(o.file, error));
-      const auto space = fs::space(fs::absolute(o.file).parent_path(), error);
-      const auto plan = PingPong::assess(PingPong::usedSeconds(*probe.seconds, trim.start, trim.end),
-                                         probe.width.value_or(0), probe.height.value_or(0), probe.fps.value_or(0),
-                                         budget, static_cast<std::int64_t>(space.available), sourceBytes, trim.start);
+      const auto& probe = assessment.probe;
+      const auto& plan = assessment.plan;
+      const auto sourceBytes = assessment.sourceBytes;
       const auto cost = PingPong::cost(plan.sourceSeconds, sourceBytes);
       if (o.asJson) {
         json::Json out = json::Json::object();
@@ -133,7 +136,7 @@ void addAssess(CLI::App& group, Context& context, Action& action) {
         context.out << json::pretty(out);
       } else {
         context.out << fmt::format("{}: {} s used of {} s, {} fps, {}x{}\n", o.file, formatNumber(plan.sourceSeconds),
-                                   formatNumber(*probe.seconds), formatNumber(probe.fps.value_or(0)),
+                                   formatNumber(probe.seconds.value_or(0)), formatNumber(probe.fps.value_or(0)),
                                    probe.width.value_or(0), probe.height.value_or(0));
         if (plan.allowed) {
           context.out << fmt::format("allowed: {} segment(s) of {} s, at most {} MB decoded at once\n",
@@ -190,36 +193,24 @@ PingPongBuilder::Result buildWithProgress(const PingPongBuilder::Request& reques
 
 void addBuild(CLI::App& group, Context& context, Action& action) {
   struct Options : ClipOptions {
-    std::string cache, encoders;
+    std::string encoders;
   };
   auto options = std::make_shared<Options>();
   auto* build = group.add_subcommand("build", "Build the forwards-and-backwards copy, or find the one built before");
   options->addTo(*build);
-  build->add_option("--cache", options->cache, "The folder holding cache/pingpong (default: the Korvalen folder)");
   build->add_option(
       "--encoder", options->encoders,
       fmt::format("Encoders to try, comma-separated (default: {})", fmt::join(PingPongBuilder::encoderChain(), ",")));
   build->callback([&context, &action, options] {
     action = [&context, options] {
       const auto& o = *options;
-      PingPongBuilder::Request request;
-      request.memoryBudgetBytes = parseBudget(o.budget, "--budget", 1);
-      if (!o.trim.empty()) {
-        const auto trim = parseTrim(o.trim, "--trim");
-        request.trimStart = trim.start;
-        request.trimEnd = trim.end;
-      }
+      auto request = o.request(context);
       if (!o.encoders.empty()) {
         request.encoders = splitList(o.encoders);
         if (request.encoders.empty()) {
           throw UsageError(fmt::format("--encoder: expected encoder names, got \"{}\"", o.encoders));
         }
       }
-      request.ffmpeg = locateFfmpeg(o.ffmpeg, context);
-      request.source = o.file;
-      request.cacheRoot = cacheRoot(o.cache, context);
-      request.temporaryFolder = context.environment("TMPDIR").value_or("");
-      request.clock = context.now;
       const auto hash = engine::sha256OfFile(o.file);
       if (!hash) {
         throw Failure(hash.error());

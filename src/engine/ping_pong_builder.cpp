@@ -98,6 +98,7 @@ class Run {
   Run(const PingPongBuilder::Request& request, const std::stop_token& stop, const PingPongBuilder::Hooks& hooks)
       : request_(request), stop_(stop), hooks_(hooks) {}
 
+  PingPongBuilder::Assessment assess();
   PingPongBuilder::Result go();
 
  private:
@@ -180,6 +181,50 @@ std::optional<Failure> Run::encode(const std::function<std::vector<std::string>(
   return failure;
 }
 
+PingPongBuilder::Assessment Run::assess() {
+  PingPongBuilder::Assessment assessment;
+  const auto fail = [&](std::string problem) {
+    assessment.problem = std::move(problem);
+    return assessment;
+  };
+  std::error_code error;
+  if (!fs::is_regular_file(request_.source, error)) {
+    return fail(std::string(goneMessage));
+  }
+
+  // Given no output, ffmpeg describes the input and exits with a failure.
+  std::string probeError;
+  if (auto failure = ffmpeg(PingPong::probeArguments(ffmpegFile(request_.source)), 0, &probeError);
+      failure && (cancelled() || !failure->ran)) {
+    return fail(failure->problem);
+  }
+  assessment.probe = PingPong::parseProbe(probeError);
+  const auto& probe = assessment.probe;
+  if (!probe.seconds && blamesSourceOrDisk(probeError)) {
+    return fail(PingPong::explain(probeError));
+  }
+
+  assessment.sourceBytes = static_cast<std::int64_t>(fs::file_size(request_.source, error));
+  if (error) {
+    return fail(std::string(goneMessage));
+  }
+  // The copy is written where the cache lives, so that is the disk that must have room.
+  const auto space = fs::space(existingAncestor(request_.cacheRoot), error);
+  const auto freeBytes = error ? std::int64_t{0} : static_cast<std::int64_t>(space.available);
+  const double duration = probe.seconds ? PingPong::usedSeconds(*probe.seconds, request_.trimStart, request_.trimEnd)
+                                        : std::numeric_limits<double>::quiet_NaN();
+  if (duration <= 0) {
+    return fail(std::string(emptyMessage));
+  }
+  assessment.plan = PingPong::assess(duration, probe.width.value_or(0), probe.height.value_or(0), probe.fps.value_or(0),
+                                     request_.memoryBudgetBytes, freeBytes, assessment.sourceBytes,
+                                     std::max(request_.trimStart, 0.0));
+  if (assessment.plan.allowed && assessment.plan.segmentCount() < 1) {
+    return fail(std::string(emptyMessage));
+  }
+  return assessment;
+}
+
 PingPongBuilder::Result Run::go() {
   KORVALEN_PRECONDITION(!request_.encoders.empty());
   PingPongBuilder::Result result;
@@ -188,46 +233,19 @@ PingPongBuilder::Result Run::go() {
     result.output.reset();
     return result;
   };
-  std::error_code error;
-  if (!fs::is_regular_file(request_.source, error)) {
-    return fail(std::string(goneMessage));
+  const auto assessment = assess();
+  if (assessment.problem) {
+    return fail(*assessment.problem);
   }
-  const auto source = ffmpegFile(request_.source);
-
-  // Probe. Given no output, ffmpeg describes the input and exits with a failure.
-  std::string probeError;
-  if (auto failure = ffmpeg(PingPong::probeArguments(source), 0, &probeError);
-      failure && (cancelled() || !failure->ran)) {
-    return fail(failure->problem);
-  }
-  const auto probe = PingPong::parseProbe(probeError);
-  if (!probe.seconds && blamesSourceOrDisk(probeError)) {
-    return fail(PingPong::explain(probeError));
-  }
-
-  // Assess with the real sizes.
-  const auto sourceBytes = static_cast<std::int64_t>(fs::file_size(request_.source, error));
-  if (error) {
-    return fail(std::string(goneMessage));
-  }
-  const auto space = fs::space(existingAncestor(request_.cacheRoot), error);
-  const auto freeBytes = error ? std::int64_t{0} : static_cast<std::int64_t>(space.available);
-  const double start = std::max(request_.trimStart, 0.0);
-  const double duration = probe.seconds ? PingPong::usedSeconds(*probe.seconds, request_.trimStart, request_.trimEnd)
-                                        : std::numeric_limits<double>::quiet_NaN();
-  if (duration <= 0) {
-    return fail(std::string(emptyMessage));
-  }
-  const auto plan = PingPong::assess(duration, probe.width.value_or(0), probe.height.value_or(0), probe.fps.value_or(0),
-                                     request_.memoryBudgetBytes, freeBytes, sourceBytes, start);
-  if (!plan.allowed || !probe.seconds) {
+  const auto& plan = assessment.plan;
+  if (!plan.allowed || !assessment.probe.seconds) {
     return fail(plan.reason.value_or(PingPong::explain("")));
   }
-  const double clipSeconds = *probe.seconds;
-  if (plan.segmentCount() < 1) {
-    return fail(std::string(emptyMessage));
-  }
+  const double clipSeconds = *assessment.probe.seconds;
+  const auto sourceBytes = assessment.sourceBytes;
+  const auto source = ffmpegFile(request_.source);
   result.segments = plan.segmentCount();
+  std::error_code error;
 
   // Working folder; everything in it goes when the build ends, whatever the outcome.
   const auto temporary = request_.temporaryFolder.empty() ? fs::temp_directory_path(error) : request_.temporaryFolder;
@@ -367,6 +385,11 @@ std::optional<fs::path> PingPongBuilder::findUsable(const fs::path& cacheRoot, c
   // Using a copy keeps it in the cache longest.
   fs::last_write_time(built, fs::file_time_type::clock::now(), error);
   return built;
+}
+
+PingPongBuilder::Assessment PingPongBuilder::assess(const Request& request, const std::stop_token& stop) {
+  const Hooks none;
+  return Run(request, stop, none).assess();
 }
 
 PingPongBuilder::Result PingPongBuilder::build(const Request& request, const std::stop_token& stop,

@@ -64,6 +64,18 @@ class PingPongBuilder {
                                                          const std::filesystem::path& source, std::string_view sha256,
                                                          double trimStart, double trimEnd);
 
+  // What a build would do: the probe, the plan from the real file size and the free space
+  // where the cache lives. `problem` is set when the source cannot be probed at all (gone,
+  // unreadable, no ffmpeg, an empty trim window, cancelled); a plan that does not allow the
+  // build carries its own reason.
+  struct Assessment {
+    std::optional<std::string> problem;
+    PingPongProbe probe;
+    PingPongPlan plan;
+    std::int64_t sourceBytes = 0;
+  };
+  static Assessment assess(const Request& request, const std::stop_token& stop = {});
+
   static Result build(const Request& request, const std::stop_token& stop = {}, const Hooks& hooks = {});
 
   // The built copies under the cache root, each counted with its manifest; the last use is
