@@ -9,7 +9,8 @@ packages=(
   nlohmann-json3-dev libicu-dev libhowardhinnant-date-dev tzdata
   libfmt-dev libcli11-dev libssl-dev
   libgtest-dev libgmock-dev libbenchmark-dev
-  ffmpeg
+  ffmpeg libavformat-dev libavcodec-dev libavutil-dev libswscale-dev libswresample-dev
+  clang-16 libclang-rt-16-dev
 )
 
 sudo=""

@@ -123,6 +123,13 @@ FitMode parseFit(std::string_view text, std::string_view argument) {
   refuse(argument, "one of fill, fit, stretch, center", text);
 }
 
+const std::string& requireText(const std::string& text, std::string_view argument) {
+  if (!json::isValidUtf8(text)) {
+    throw UsageError(fmt::format("{} {} is not valid UTF-8 text", argument, json::compact(json::Json(text))));
+  }
+  return text;
+}
+
 std::vector<std::string> splitList(std::string_view text, char separator) {
   std::vector<std::string> pieces;
   for (const auto piece : split(text, separator)) {

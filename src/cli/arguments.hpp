@@ -49,6 +49,10 @@ FitMode parseFit(std::string_view text, std::string_view argument);
 // A number within [low, high].
 double parseInRange(std::string_view text, std::string_view argument, double low, double high);
 
+// `text` when it is valid UTF-8 (what every JSON file we write must hold), else a
+// `UsageError` naming the argument.
+const std::string& requireText(const std::string& text, std::string_view argument);
+
 // The non-empty pieces of "a,b,,c" split at `separator`.
 std::vector<std::string> splitList(std::string_view text, char separator = ',');
 

@@ -61,6 +61,10 @@ int run(const std::vector<std::string>& arguments, Context& context) {
     context.err << "korvalen: choose a command: " << names << " (see korvalen --help)\n";
     return badUsage;
   }
+  return runGuarded(action, context);
+}
+
+int runGuarded(const std::function<int()>& action, Context& context) {
   try {
     return action();
   } catch (const UsageError& error) {
@@ -69,6 +73,13 @@ int run(const std::vector<std::string>& arguments, Context& context) {
   } catch (const Failure& error) {
     // Failures may quote a tool's own output, which may quote a link with a key in it.
     context.err << "korvalen: " << Redact::secrets(oneLine(error.what())) << "\n";
+    return failed;
+  } catch (const std::exception& error) {
+    // A net under every command: a fault of ours is one line, never an abort.
+    context.err << "korvalen: internal error: " << Redact::secrets(oneLine(error.what())) << "\n";
+    return failed;
+  } catch (...) {
+    context.err << "korvalen: internal error: an unknown exception\n";
     return failed;
   }
 }

@@ -29,4 +29,9 @@ inline constexpr int badUsage = 2;
 // `arguments` excludes the program name. Returns the exit status.
 int run(const std::vector<std::string>& arguments, Context& context);
 
+// Runs one command's action: its usage errors and failures become one line on standard
+// error (exit 2 and 1), and so does anything else it throws ("internal error", exit 1), so
+// no input ends the process with an abort.
+int runGuarded(const std::function<int()>& action, Context& context);
+
 }  // namespace korvalen::cli

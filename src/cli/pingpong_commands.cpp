@@ -213,6 +213,10 @@ void addBuild(CLI::App& group, Context& context, Action& action) {
       }
       const auto hash = engine::sha256OfFile(o.file);
       if (!hash) {
+        std::error_code error;
+        if (!fs::exists(o.file, error)) {
+          throw Failure(fmt::format("{}: {}", o.file, PingPongBuilder::goneMessage));
+        }
         throw Failure(hash.error());
       }
       request.sha256 = *hash;

@@ -208,6 +208,10 @@ void addPlanCommands(CLI::App& app, Context& context, Action& action) {
     put->callback([&context, &action, options] {
       action = [&context, options] {
         const auto& o = *options;
+        requireText(o.path, "--path");
+        requireText(o.title, "--title");
+        requireText(o.still, "--still");
+        requireText(o.target.screen, "--screen");
         if (o.path.empty()) {
           throw UsageError("--path: expected a file path, got \"\"");
         }

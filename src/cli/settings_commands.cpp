@@ -66,7 +66,7 @@ bool sameLeaf(const Json& a, const Json& b) {
       return std::chrono::floor<std::chrono::seconds>(*first) == std::chrono::floor<std::chrono::seconds>(*second);
     }
   }
-  return a.dump() == b.dump();
+  return json::compact(a) == json::compact(b);
 }
 
 // Lines for every place where `before` and `after` differ. With `fromFile`, `before` is the
@@ -79,7 +79,7 @@ void compare(const Json& before, const Json* after, const Json* shape, const std
   }
   const bool structured = shape != nullptr && (shape->is_object() || shape->is_array());
   if (structured && before.type() != shape->type()) {
-    lines.push_back(fmt::format("{}: {} {}; the defaults are used", path, before.dump(),
+    lines.push_back(fmt::format("{}: {} {}; the defaults are used", path, json::compact(before),
                                 fromFile ? "in the file is not readable" : "was replaced"));
     return;
   }
@@ -95,7 +95,7 @@ void compare(const Json& before, const Json* after, const Json* shape, const std
       if (found == after->end()) {
         if (!isMap(shape)) {
           lines.push_back(
-              fmt::format("{}: {} {}", here, value.dump(), fromFile ? "in the file; left out" : "-> (absent)"));
+              fmt::format("{}: {} {}", here, json::compact(value), fromFile ? "in the file; left out" : "-> (absent)"));
         }
         continue;
       }
@@ -104,7 +104,7 @@ void compare(const Json& before, const Json* after, const Json* shape, const std
     if (!fromFile) {
       for (const auto& [key, value] : after->items()) {
         if (!before.contains(key)) {
-          lines.push_back(fmt::format("{}: (absent) -> {}", join(path, key), value.dump()));
+          lines.push_back(fmt::format("{}: (absent) -> {}", join(path, key), json::compact(value)));
         }
       }
     }
@@ -117,13 +117,14 @@ void compare(const Json& before, const Json* after, const Json* shape, const std
         compare(before[i], &(*after)[i], element, fmt::format("{}[{}]", path, i), fromFile, lines);
       }
     } else if (!fromFile) {
-      lines.push_back(fmt::format("{}: {} -> {}", path, before.dump(), after->dump()));
+      lines.push_back(fmt::format("{}: {} -> {}", path, json::compact(before), json::compact(*after)));
     }
     return;
   }
   if (!sameLeaf(before, *after)) {
-    lines.push_back(fromFile ? fmt::format("{}: {} in the file, {} after repair", path, before.dump(), after->dump())
-                             : fmt::format("{}: {} -> {}", path, before.dump(), after->dump()));
+    lines.push_back(fromFile ? fmt::format("{}: {} in the file, {} after repair", path, json::compact(before),
+                                           json::compact(*after))
+                             : fmt::format("{}: {} -> {}", path, json::compact(before), json::compact(*after)));
   }
 }
 
@@ -137,14 +138,21 @@ void flatten(const Json& node, const std::string& path, std::ostream& out) {
       flatten(node[i], fmt::format("{}[{}]", path, i), out);
     }
   } else {
-    out << path << " = " << node.dump() << "\n";
+    out << path << " = " << json::compact(node) << "\n";
   }
 }
 
-// A value as typed: JSON when it reads as JSON (60, true, null, "x", [..]), else text.
-Json typedValue(const std::string& text) {
+// A value as typed: JSON when it reads as JSON (60, true, null, "x", [..]), else text. A
+// number no double can hold is refused rather than taken for text.
+Json typedValue(const std::string& key, const std::string& text) {
   auto parsed = json::parse(text);
-  return parsed ? std::move(*parsed) : Json(text);
+  if (parsed) {
+    return std::move(*parsed);
+  }
+  if (json::isOutOfRangeNumber(text)) {
+    throw UsageError(fmt::format("{}: {} is out of range for a number", key, text));
+  }
+  return Json(text);
 }
 
 // Puts `value` at the dotted `key`, creating missing objects (an absent optional record, a
@@ -252,7 +260,7 @@ KorvalenSettings withEdits(const KorvalenSettings& from,
                            const std::vector<std::pair<std::string, std::string>>& edits) {
   Json edited = json::encode(from);
   for (const auto& [key, value] : edits) {
-    setAt(edited, key, typedValue(value));
+    setAt(edited, key, typedValue(key, value));
   }
   // Read strictly, so a value of the wrong type is refused rather than quietly defaulted.
   auto to = json::decode<KorvalenSettings>(edited, json::Options{.strict = true});
@@ -280,8 +288,8 @@ std::optional<KorvalenSettings> saveSettingsEdit(const std::filesystem::path& pa
     context.out << "nothing changed in " << path.string() << "\n";
     return merged;
   }
-  if (auto problem = Settings::save(merged, path)) {
-    throw Failure(*problem);
+  if (auto saved = Settings::save(merged, path); !saved) {
+    throw Failure(saved.error());
   }
   for (const auto& line : changes) {
     context.out << line << "\n";
@@ -310,11 +318,11 @@ int set(const std::filesystem::path& path, const std::vector<std::pair<std::stri
   const auto mergedJson = json::encode(*merged);
   for (const auto& [key, value] : edits) {
     // Say so when repair did not keep what was asked for.
-    const Json asked = typedValue(value);
+    const Json asked = typedValue(key, value);
     const Json::json_pointer pointer(pointerFor(key));
     const auto kept = mergedJson.contains(pointer) ? mergedJson.at(pointer) : Json();
     if (asked.is_primitive() && !kept.is_null() && !sameLeaf(asked, kept) && !asked.is_string()) {
-      context.out << fmt::format("note: {}={} was repaired to {}\n", key, value, kept.dump());
+      context.out << fmt::format("note: {}={} was repaired to {}\n", key, value, json::compact(kept));
     }
   }
   return ok;
@@ -376,7 +384,7 @@ void addSettingsCommands(CLI::App& app, Context& context, Action& action) {
         std::string file;
         std::vector<std::pair<std::string, std::string>> edits;
         for (std::size_t i = 0; i < words->size(); ++i) {
-          const auto& word = (*words)[i];
+          const auto& word = requireText((*words)[i], "argument");
           const auto equals = word.find('=');
           if (equals == std::string::npos) {
             if (i != 0) {

@@ -6,6 +6,7 @@
 #include "core/support/precondition.hpp"
 #include "engine/ffmpeg_file.hpp"
 #include "engine/process.hpp"
+#include "engine/working_folder.hpp"
 
 #include <fmt/format.h>
 #include <openssl/rand.h>
@@ -21,7 +22,7 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr std::string_view cancelledMessage = "The reversed copy was cancelled.";
-constexpr std::string_view goneMessage = "That clip is no longer on disk.";
+constexpr std::string_view goneMessage = PingPongBuilder::goneMessage;
 constexpr std::string_view emptyMessage = "The trimmed part of this clip is empty, so there is nothing to reverse.";
 constexpr auto pollSlice = std::chrono::milliseconds(50);
 
@@ -253,8 +254,8 @@ PingPongBuilder::Result Run::go() {
     return fail(PingPong::explain(error.message()));
   }
   const auto work = temporary / ("korvalen-pingpong-" + newUuid());
-  if (!fs::create_directories(work, error)) {
-    return fail(PingPong::explain(error.message()));
+  if (auto made = makePrivateFolder(work); !made) {
+    return fail(PingPong::explain(made.error()));
   }
   const Removal workRemoval(work);
 

@@ -24,6 +24,8 @@ class PingPongBuilder {
  public:
   static constexpr std::int64_t defaultMemoryBudgetBytes = 1'073'741'824;
   static constexpr std::int64_t cacheBudgetBytes = 4'294'967'296;
+  // What a build of a clip that is not (or no longer) there says.
+  static constexpr std::string_view goneMessage = "That clip is no longer on disk.";
 
   // The encoders tried, in order; this platform's list.
   static const std::vector<std::string>& encoderChain();

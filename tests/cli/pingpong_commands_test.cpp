@@ -85,7 +85,8 @@ TEST_F(PingPongCommands, BadInputIsOneLineNamingWhatIsWrong) {
   const auto clip = (folder / "count.mp4").string();
   korvalen::testing::makeNumberedClip(ffmpeg, clip, 10, 10);
   const auto cache = (folder / "Korvalen").string();
-  expectOneLineError(run({"pingpong", "build", (folder / "none.mp4").string(), "--cache", cache}), failed, "none.mp4");
+  expectOneLineError(run({"pingpong", "build", (folder / "none.mp4").string(), "--cache", cache}), failed,
+                     "none.mp4: That clip is no longer on disk.");
   expectOneLineError(run({"pingpong", "build", clip, "--budget", "-1"}), badUsage, "--budget");
   expectOneLineError(run({"pingpong", "build", clip, "--trim", "3:1"}), badUsage, "--trim");
   expectOneLineError(run({"pingpong", "build", clip, "--encoder", ","}), badUsage, "--encoder");

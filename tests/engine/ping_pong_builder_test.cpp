@@ -9,6 +9,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+
 #include <fstream>
 #include <limits>
 #include <memory>
@@ -232,14 +234,22 @@ TEST_F(PingPongBuild, CancellingMidBuildStopsFfmpegAndLeavesNothingBehind) {
   PingPongBuilder::Hooks hooks;
   int reports = 0;
   // The first sign of progress comes while the forward part is being encoded.
+  std::vector<fs::perms> working;
   hooks.progress = [&](double) {
     ++reports;
+    // The working folder holds a copy of the user's video: theirs alone, whatever the umask.
+    for (const auto& entry : fs::directory_iterator(folder / "tmp")) {
+      working.push_back(entry.status().permissions() & fs::perms::all);
+    }
     stop.request_stop();
   };
+  const mode_t mask = ::umask(0);
   const auto result = PingPongBuilder::build(made, stop.get_token(), hooks);
   EXPECT_EQ(result.problem, std::optional<std::string>("The reversed copy was cancelled."));
   EXPECT_EQ(result.output, std::nullopt);
+  ::umask(mask);
   EXPECT_EQ(reports, 1) << "work went on after the cancellation";
+  EXPECT_EQ(working, std::vector<fs::perms>{fs::perms::owner_all});
   expectNothingLeftBehind();
   EXPECT_FALSE(fs::exists(PingPong::cachePath(made.cacheRoot, made.sha256, made.trimStart, made.trimEnd)));
 }

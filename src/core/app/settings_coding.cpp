@@ -57,11 +57,16 @@ std::expected<KorvalenSettings, std::string> deserialize(std::string_view text) 
   return settings->sanitised();
 }
 
-std::optional<std::string> save(const KorvalenSettings& settings, const std::filesystem::path& path) {
-  if (auto written = files::writeAtomically(path, serialize(settings)); !written) {
-    return fmt::format("settings could not be saved ({}): {}", written.error(), path.string());
+std::expected<void, std::string> save(const KorvalenSettings& settings, const std::filesystem::path& path) {
+  const auto coded = json::encode(settings);
+  if (const auto where = json::firstInvalidText(coded)) {
+    return std::unexpected(
+        fmt::format("settings could not be saved ({} is not valid UTF-8 text): {}", *where, path.string()));
   }
-  return std::nullopt;
+  if (auto written = files::writeAtomically(path, json::pretty(coded)); !written) {
+    return std::unexpected(fmt::format("settings could not be saved ({}): {}", written.error(), path.string()));
+  }
+  return {};
 }
 
 Read read(const std::filesystem::path& path) {
@@ -84,7 +89,8 @@ Read read(const std::filesystem::path& path) {
 Loaded load(const std::filesystem::path& path) {
   auto result = read(path);
   if (result.missing) {
-    auto problem = save(result.settings, path);
+    auto saved = save(result.settings, path);
+    auto problem = saved ? std::nullopt : std::optional<std::string>(saved.error());
     return Loaded{std::move(result.settings), std::move(problem)};
   }
   return Loaded{std::move(result.settings), std::move(result.problem)};

@@ -38,7 +38,8 @@ struct Read {
 Read read(const std::filesystem::path& path);
 
 // Creates the folders and replaces the file atomically; the problem text on failure.
-std::optional<std::string> save(const KorvalenSettings& settings, const std::filesystem::path& path);
+[[nodiscard]] std::expected<void, std::string> save(const KorvalenSettings& settings,
+                                                    const std::filesystem::path& path);
 
 // Pretty-printed, keys sorted, dates without fraction.
 std::string serialize(const KorvalenSettings& settings);

@@ -27,7 +27,9 @@ std::optional<json::Json> fields(const T& value) {
 // A missing value counts as null; objects compare whatever their member order, numbers by
 // their written text.
 inline bool same(const json::Json* a, const json::Json* b) {
-  const auto text = [](const json::Json* value) { return value == nullptr ? std::string("null") : value->dump(); };
+  const auto text = [](const json::Json* value) {
+    return value == nullptr ? std::string("null") : json::compact(*value);
+  };
   return text(a) == text(b);
 }
 

@@ -1,6 +1,7 @@
 #include "core/library/ping_pong.hpp"
 
 #include "core/support/numbers.hpp"
+#include "core/support/pattern.hpp"
 #include "core/support/precondition.hpp"
 #include "core/support/text.hpp"
 
@@ -8,7 +9,7 @@
 
 #include <algorithm>
 #include <cmath>
-#include <regex>
+#include <limits>
 
 namespace korvalen {
 namespace {
@@ -214,24 +215,35 @@ std::vector<std::string> probeArguments(const std::string& source) {
   return {"-hide_banner", "-i", source};
 }
 
-PingPongProbe parseProbe(std::string_view input) {
-  const std::string text(input);
+PingPongProbe parseProbe(std::string_view text) {
   PingPongProbe probe;
-  std::smatch match;
-  static const std::regex duration(R"(Duration:\s*(\d+):(\d\d):(\d\d(?:\.\d+)?))");
-  if (std::regex_search(text, match, duration)) {
-    probe.seconds = static_cast<double>(*numbers::wholeNumber(match[1].str())) * 3600 +
-                    static_cast<double>(*numbers::wholeNumber(match[2].str())) * 60 + *numbers::decimal(match[3].str());
+  static const text::Pattern duration(R"(Duration:\s*(\d+):(\d\d):(\d\d(?:\.\d+)?))");
+  if (const auto match = duration.first(text)) {
+    // Hours too many for any number still make a clip, one far too long to reverse: the
+    // pattern let only digits through, so a failed reading is an overflow.
+    constexpr double endless = std::numeric_limits<double>::max();
+    const double hours = numbers::decimal(text::asciiDigits(match->groups[1])).value_or(endless);
+    const auto minutes = numbers::decimal(text::asciiDigits(match->groups[2]));
+    const auto seconds = numbers::decimal(text::asciiDigits(match->groups[3]));
+    if (minutes && seconds) {
+      const double total = hours * 3600 + *minutes * 60 + *seconds;
+      probe.seconds = std::isfinite(total) ? total : endless;
+    }
   }
-  static const std::regex size(R"(\b(\d{2,5})x(\d{2,5})\b)");
-  if (std::regex_search(text, match, size)) {
-    probe.width = numbers::wholeNumber(match[1].str());
-    probe.height = numbers::wholeNumber(match[2].str());
+  static const text::Pattern size(R"(\b(\d{2,5})x(\d{2,5})\b)");
+  if (const auto match = size.first(text)) {
+    probe.width = numbers::wholeNumber(text::asciiDigits(match->groups[1]));
+    probe.height = numbers::wholeNumber(text::asciiDigits(match->groups[2]));
   }
-  for (const char* unit : {"tbr", "fps"}) {
-    const std::regex rate(std::string(R"((\d+(?:\.\d+)?)\s*)") + unit + R"(\b)");
-    if (std::regex_search(text, match, rate)) {
-      probe.fps = numbers::decimal(match[1].str());
+  static const text::Pattern tbr(R"((\d+(?:\.\d+)?)\s*tbr\b)");
+  static const text::Pattern fps(R"((\d+(?:\.\d+)?)\s*fps\b)");
+  for (const auto* rate : {&tbr, &fps}) {
+    if (const auto match = rate->first(text)) {
+      // A rate no video has (0, or beyond any display) is as good as none.
+      const auto value = numbers::decimal(text::asciiDigits(match->groups[1]));
+      if (value && *value > 0 && *value <= maxFramesPerSecond) {
+        probe.fps = value;
+      }
       break;
     }
   }

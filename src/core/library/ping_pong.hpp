@@ -84,6 +84,8 @@ inline constexpr double memoryHeadroom = 0.6;
 inline constexpr std::int64_t unknownWidth = 1920;
 inline constexpr std::int64_t unknownHeight = 1080;
 inline constexpr double defaultRebuildWithoutAskingSeconds = 120.0;
+// A probed frame rate above this is taken as unknown.
+inline constexpr double maxFramesPerSecond = 1000.0;
 
 enum class AfterEdit { nothing, rebuildNow, offerRebuild, askLater };
 std::string_view toString(AfterEdit decision);

@@ -186,8 +186,40 @@ constexpr auto windowFields = [](auto& coder, auto& window) {
 
 }  // namespace
 
-KORVALEN_CODING_FROM_FIELDS(MonitorInfo, monitorFields)
+Json Coding<MonitorInfo>::encode(const MonitorInfo& value, const Options& options) {
+  return encodeObject(value, options, monitorFields);
+}
 
-KORVALEN_CODING_FROM_FIELDS(WindowSnapshot, windowFields)
+Result<MonitorInfo> Coding<MonitorInfo>::decode(const Json& json, const Options& options) {
+  auto monitor = decodeObject<MonitorInfo>(json, options, monitorFields);
+  if (!monitor) {
+    return monitor;
+  }
+  constexpr auto limit = ActivityClassifier::coordinateLimit;
+  if (auto error =
+          outOfRange({{"x", monitor->x}, {"y", monitor->y}, {"width", monitor->width}, {"height", monitor->height}},
+                     -limit, limit)) {
+    return std::unexpected(*error);
+  }
+  return monitor;
+}
+
+Json Coding<WindowSnapshot>::encode(const WindowSnapshot& value, const Options& options) {
+  return encodeObject(value, options, windowFields);
+}
+
+Result<WindowSnapshot> Coding<WindowSnapshot>::decode(const Json& json, const Options& options) {
+  auto window = decodeObject<WindowSnapshot>(json, options, windowFields);
+  if (!window) {
+    return window;
+  }
+  constexpr auto limit = ActivityClassifier::coordinateLimit;
+  if (auto error = outOfRange(
+          {{"left", window->left}, {"top", window->top}, {"right", window->right}, {"bottom", window->bottom}}, -limit,
+          limit)) {
+    return std::unexpected(*error);
+  }
+  return window;
+}
 
 }  // namespace korvalen::json

@@ -40,6 +40,11 @@ struct WindowSnapshot {
 
 namespace ActivityClassifier {
 
+// Geometry read from outside (a state file, the window system) is held within ±2^30 when it
+// is decoded, so that every sum, difference and area below fits in 64 bits; no real screen
+// comes near it.
+inline constexpr std::int64_t coordinateLimit = std::int64_t{1} << 30;
+
 struct Rect {
   std::int64_t l = 0;
   std::int64_t t = 0;
@@ -60,12 +65,14 @@ std::int64_t unionArea(const std::vector<Rect>& rects);
 }  // namespace ActivityClassifier
 
 namespace json {
+// Every number within ±`ActivityClassifier::coordinateLimit`.
 template <>
 struct Coding<MonitorInfo> {
   static Json encode(const MonitorInfo& monitor, const Options& options);
   static Result<MonitorInfo> decode(const Json& json, const Options& options);
 };
-// Edges are required; the flags default to a plain visible window.
+// Edges are required and held within the coordinate limit; the flags default to a plain
+// visible window.
 template <>
 struct Coding<WindowSnapshot> {
   static Json encode(const WindowSnapshot& window, const Options& options);

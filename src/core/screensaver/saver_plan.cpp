@@ -97,7 +97,11 @@ std::string SaverPlan::encode() const {
 }
 
 std::expected<void, std::string> SaverPlan::write(const std::filesystem::path& path) const {
-  return files::writeAtomically(path, encode());
+  const auto coded = json::encode(*this, json::saverPlanOptions);
+  if (const auto where = json::firstInvalidText(coded)) {
+    return std::unexpected(fmt::format("could not write {}: {} is not valid UTF-8 text", path.string(), *where));
+  }
+  return files::writeAtomically(path, json::pretty(coded));
 }
 
 namespace json {

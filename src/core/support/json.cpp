@@ -138,11 +138,22 @@ std::expected<void, Error> ObjectReader::finish() const {
   return {};
 }
 
+std::optional<Error> outOfRange(std::initializer_list<std::pair<std::string_view, std::int64_t>> fields,
+                                std::int64_t low, std::int64_t high) {
+  for (const auto& [name, value] : fields) {
+    if (value < low || value > high) {
+      return Error{std::string(name), fmt::format("{} is out of range ({} to {})", value, low, high)};
+    }
+  }
+  return std::nullopt;
+}
+
 std::expected<Json, std::string> parse(std::string_view text) {
   try {
     return Json::parse(text.begin(), text.end());
-  } catch (const Json::parse_error& error) {
-    // nlohmann's text starts with "[json.exception.parse_error.101] parse error at ...".
+  } catch (const Json::exception& error) {
+    // A syntax error, or a number beyond a double's range ("1e400"), on which nlohmann gives
+    // up on the whole text. Its text starts with "[json.exception.parse_error.101] ...".
     std::string message = error.what();
     if (const auto close = message.find("] "); close != std::string::npos) {
       message.erase(0, close + 2);
@@ -151,8 +162,91 @@ std::expected<Json, std::string> parse(std::string_view text) {
   }
 }
 
+bool isOutOfRangeNumber(std::string_view text) {
+  // Only a lone number; the lexer would also throw for one inside a list or an object.
+  if (text.empty() || (text.front() != '-' && (text.front() < '0' || text.front() > '9'))) {
+    return false;
+  }
+  try {
+    const auto parsed = Json::parse(text.begin(), text.end());
+    return parsed.is_discarded();
+  } catch (const Json::out_of_range&) {
+    return true;
+  } catch (const Json::exception&) {
+    return false;
+  }
+}
+
 std::string pretty(const Json& json) {
   return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+}
+
+std::string compact(const Json& json) {
+  return json.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
+bool isValidUtf8(std::string_view text) {
+  // Well-formed UTF-8 by the Unicode standard's table 3-7: no overlong forms, no surrogates,
+  // nothing past U+10FFFF.
+  std::size_t i = 0;
+  const auto byte = [&](std::size_t at) { return static_cast<unsigned char>(text[at]); };
+  while (i < text.size()) {
+    const unsigned char lead = byte(i);
+    std::size_t length = 0;
+    unsigned char low = 0x80;
+    unsigned char high = 0xBF;
+    if (lead < 0x80) {
+      ++i;
+      continue;
+    }
+    if (lead >= 0xC2 && lead <= 0xDF) {
+      length = 2;
+    } else if (lead >= 0xE0 && lead <= 0xEF) {
+      length = 3;
+      low = lead == 0xE0 ? 0xA0 : 0x80;
+      high = lead == 0xED ? 0x9F : 0xBF;
+    } else if (lead >= 0xF0 && lead <= 0xF4) {
+      length = 4;
+      low = lead == 0xF0 ? 0x90 : 0x80;
+      high = lead == 0xF4 ? 0x8F : 0xBF;
+    } else {
+      return false;
+    }
+    if (i + length > text.size() || byte(i + 1) < low || byte(i + 1) > high) {
+      return false;
+    }
+    for (std::size_t k = 2; k < length; ++k) {
+      if (byte(i + k) < 0x80 || byte(i + k) > 0xBF) {
+        return false;
+      }
+    }
+    i += length;
+  }
+  return true;
+}
+
+std::optional<std::string> firstInvalidText(const Json& json) {
+  if (json.is_string()) {
+    return isValidUtf8(json.get_ref<const std::string&>()) ? std::nullopt : std::optional<std::string>("");
+  }
+  if (json.is_object()) {
+    for (const auto& [key, value] : json.items()) {
+      if (!isValidUtf8(key)) {
+        return compact(Json(key));
+      }
+      if (auto below = firstInvalidText(value)) {
+        return below->empty() ? key : Error{*below, ""}.under(key).path;
+      }
+    }
+  }
+  if (json.is_array()) {
+    for (std::size_t i = 0; i < json.size(); ++i) {
+      if (auto below = firstInvalidText(json[i])) {
+        return Error{*below, ""}.under(fmt::format("[{}]", i)).path;
+      }
+    }
+  }
+  return std::nullopt;
 }
 
 }  // namespace korvalen::json

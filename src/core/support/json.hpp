@@ -10,10 +10,12 @@
 
 #include <cstdint>
 #include <expected>
+#include <initializer_list>
 #include <map>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace korvalen::json {
@@ -348,10 +350,29 @@ Result<T> decodeObject(const Json& json, const Options& options, const Fields& f
     return decodeObject<Type>(json, options, fields);                           \
   }
 
-// Parses text as JSON without throwing; the error is one line.
-std::expected<Json, std::string> parse(std::string_view text);
+// The first of `fields` (name, value) outside [low, high], as an error naming it. Numbers
+// from outside are range-checked as they are decoded, never left to a precondition.
+[[nodiscard]] std::optional<Error> outOfRange(std::initializer_list<std::pair<std::string_view, std::int64_t>> fields,
+                                              std::int64_t low, std::int64_t high);
+
+// Parses text as JSON without throwing; the error is one line. A number beyond the range of
+// a double spoils the whole text, as a syntax error does (see docs/architecture.md).
+[[nodiscard]] std::expected<Json, std::string> parse(std::string_view text);
+
+// Whether `text` is a JSON number too large for a double ("1e400").
+[[nodiscard]] bool isOutOfRangeNumber(std::string_view text);
 
 // The house output form: 2-space indentation, sorted keys, a final line feed.
-std::string pretty(const Json& json);
+[[nodiscard]] std::string pretty(const Json& json);
+
+// One line, for messages. Never throws: text that is not UTF-8 shows U+FFFD.
+[[nodiscard]] std::string compact(const Json& json);
+
+// The path ("screens.A.path", "" for the value itself) of the first text or key that is not
+// valid UTF-8; absent when all is well. Writers check first, so nothing is written mangled.
+[[nodiscard]] std::optional<std::string> firstInvalidText(const Json& json);
+
+// Whether `text` is valid UTF-8.
+[[nodiscard]] bool isValidUtf8(std::string_view text);
 
 }  // namespace korvalen::json

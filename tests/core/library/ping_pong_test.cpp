@@ -94,6 +94,21 @@ TEST(PingPongFfmpeg, ProbeProgressAndArguments) {
   EXPECT_EQ(probe, (PingPongProbe{62.5, 30.0, 1920, 1080}));
   EXPECT_EQ(PingPong::parseProbe("Stream: 25 fps"), (PingPongProbe{std::nullopt, 25.0, std::nullopt, std::nullopt}));
   EXPECT_EQ(PingPong::parseProbe("nothing here"), PingPongProbe{});
+  // Words and digits as Unicode has them: a combining mark after "tbr" makes another word,
+  // so the rate is the one before "fps"; digits of any script count.
+  EXPECT_EQ(PingPong::parseProbe("25 tbr\u0301 30 fps").fps, 30.0);
+  EXPECT_EQ(PingPong::parseProbe("25 tbr 30 fps").fps, 25.0);
+  EXPECT_EQ(PingPong::parseProbe("\u0663\u0660 fps").fps, 30.0);
+  EXPECT_EQ(PingPong::parseProbe("1920x1080\u0301, 25 fps").width, std::nullopt);
+  EXPECT_EQ(PingPong::parseProbe("0 fps").fps, std::nullopt);
+  EXPECT_EQ(PingPong::parseProbe("99999999999999999999999 fps").fps, std::nullopt);
+  // Hours too many for 64 bits are a clip far too long to reverse, never an empty one.
+  const auto endless = PingPong::parseProbe("Duration: 99999999999999999999999:00:00.00, start: 0");
+  ASSERT_TRUE(endless.seconds.has_value());
+  EXPECT_GT(*endless.seconds, PingPong::maxClipSeconds);
+  EXPECT_FALSE(PingPong::assess(*endless.seconds, 1920, 1080, 30, 1 << 30, 1LL << 40, 1000, 0).allowed);
+  EXPECT_EQ(PingPong::parseProbe("Duration: " + std::string(400, '9') + ":00:00.00").seconds,
+            std::numeric_limits<double>::max());
   EXPECT_EQ(PingPong::parseProgressSeconds("frame=10\nout_time_ms=1500000\nprogress=continue\nout_time_ms=2250000\n"),
             2.25);
   EXPECT_EQ(PingPong::parseProgressSeconds("progress=end"), std::nullopt);

@@ -272,6 +272,32 @@ TEST(SaverPlanFiles, AFailedWriteLeavesTheOldPlan) {
   EXPECT_EQ(readText(folder / "blocked"), "a file where a folder should be");
 }
 
+// Text no JSON file can hold is refused, naming the field, rather than written mangled.
+TEST(SaverPlanFiles, TextThatIsNotUtf8IsRefusedAndTheOldPlanStays) {
+  TempFolder folder;
+  const auto path = folder / "screensaver-plan.json";
+  ASSERT_TRUE(SaverPlan{}.write(path).has_value());
+  const auto before = readText(path);
+  SaverPlan plan;
+  plan.screens["A"] = SaverContent(WallpaperKind::video, "/clips/\xff.mp4", std::nullopt, FitMode::fill);
+  const auto result = plan.write(path);
+  ASSERT_FALSE(result.has_value());
+  EXPECT_NE(result.error().find("screens.A.path is not valid UTF-8"), std::string::npos) << result.error();
+  EXPECT_EQ(readText(path), before);
+  EXPECT_EQ(folder.entries(), std::vector<std::string>{"screensaver-plan.json"});
+}
+
+// Numbers beyond a double make the plan unreadable, like any other bad field.
+TEST(SaverPlanFiles, AnOutOfRangeNumberReadsAsNoPlan) {
+  TempFolder folder;
+  auto text = std::string(completePlan);
+  const auto at = text.find("\"volume\"");
+  ASSERT_NE(at, std::string::npos);
+  writeText(folder / "huge.json", text.substr(0, at) + "\"volume\": 1e400, \"volumeWas\"" + text.substr(at + 8));
+  EXPECT_FALSE(SaverPlan::read(folder / "huge.json").has_value());
+  EXPECT_FALSE(SaverPlan::load(folder / "huge.json").has_value());
+}
+
 TEST(SaverPlanDefaults, AFreshPlanIsStampedNowWithNeutralSettings) {
   const auto before = currentDate();
   const SaverPlan plan;

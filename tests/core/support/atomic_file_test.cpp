@@ -4,6 +4,10 @@
 
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
 namespace korvalen {
 namespace {
 
@@ -51,6 +55,29 @@ TEST(AtomicWrite, KeepsTheOldFileWhenTheNewOneCannotBeWritten) {
   EXPECT_FALSE(files::writeAtomically(tooLong, "x").has_value());
   EXPECT_EQ(readText(target), "old plan");
   EXPECT_EQ(folder.entries(), std::vector<std::string>{"plan.json"});
+}
+
+// A save killed part-way leaves "<name>.tmp-XXXXXX"; the next save of the same file removes
+// it, but never one that a live writer is still working on, nor another file's.
+TEST(AtomicWrite, TheNextSaveSweepsStaleTemporaryFilesOfItsOwnTarget) {
+  TempFolder folder;
+  const auto target = folder / "plan.json";
+  writeText(folder / "plan.json.tmp-AbC123", "left by a killed save");
+  writeText(folder / "plan.json.tmp-live01", "a writer is working on this one");
+  writeText(folder / "other.json.tmp-AbC123", "another file's");
+  writeText(folder / "plan.json.tmp-toolong", "not our pattern");
+  const int live = ::open((folder / "plan.json.tmp-live01").c_str(), O_RDONLY | O_CLOEXEC);
+  ASSERT_GE(live, 0);
+  ASSERT_EQ(::flock(live, LOCK_EX), 0);
+
+  ASSERT_TRUE(files::writeAtomically(target, "new").has_value());
+  EXPECT_EQ(folder.entries(), (std::vector<std::string>{"other.json.tmp-AbC123", "plan.json", "plan.json.tmp-live01",
+                                                        "plan.json.tmp-toolong"}));
+  ::close(live);
+  ASSERT_TRUE(files::writeAtomically(target, "newer").has_value());
+  EXPECT_EQ(folder.entries(),
+            (std::vector<std::string>{"other.json.tmp-AbC123", "plan.json", "plan.json.tmp-toolong"}));
+  EXPECT_EQ(readText(target), "newer");
 }
 
 TEST(AtomicRead, ReadsBytesAndReportsMissingFilesAndFolders) {

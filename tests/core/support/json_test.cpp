@@ -151,5 +151,59 @@ TEST(JsonParse, ReportsBadTextOnOneLineWithoutThrowing) {
   EXPECT_FALSE(parse("").has_value());
 }
 
+// A number beyond a double spoils its whole text, like a syntax error, and never escapes as
+// an exception; only the out-of-range check says which it was.
+TEST(JsonParse, NumbersBeyondADoubleAreUnreadableNotFatal) {
+  for (const std::string text : {"1e400", "-1e400", R"({"power": {"fpsCap": 1e400}})", "[1, 2e999]"}) {
+    const auto parsed = parse(text);
+    ASSERT_FALSE(parsed.has_value()) << text;
+    EXPECT_EQ(parsed.error().find('\n'), std::string::npos);
+  }
+  EXPECT_TRUE(isOutOfRangeNumber("1e400"));
+  EXPECT_TRUE(isOutOfRangeNumber("-1E+309"));
+  EXPECT_FALSE(isOutOfRangeNumber("1e308"));
+  EXPECT_FALSE(isOutOfRangeNumber("1e-400"));  // underflows to zero, which a double holds
+  EXPECT_FALSE(isOutOfRangeNumber("abc"));
+  EXPECT_FALSE(isOutOfRangeNumber("[1e400"));
+}
+
+TEST(JsonText, Utf8ValidityFollowsTheStandardsTable) {
+  struct Row {
+    std::string text;
+    bool valid;
+  };
+  for (const auto& [text, valid] : std::vector<Row>{{"", true},
+                                                    {"plain", true},
+                                                    {"Stra\xc3\x9f"
+                                                     "e \xe2\x82\xac \xf0\x9f\x8e\xac",
+                                                     true},
+                                                    {"\xff", false},
+                                                    {"\xc0\xaf", false},          // overlong "/"
+                                                    {"\xe0\x80\xaf", false},      // overlong, three bytes
+                                                    {"\xed\xa0\x80", false},      // a surrogate
+                                                    {"\xf4\x90\x80\x80", false},  // past U+10FFFF
+                                                    {"\xc3", false},              // cut short
+                                                    {"\xe2\x82", false},
+                                                    {"a\x80"
+                                                     "b",
+                                                     false}}) {
+    EXPECT_EQ(isValidUtf8(text), valid) << ::testing::PrintToString(text);
+  }
+}
+
+TEST(JsonText, FirstInvalidTextNamesItsPathAndCompactNeverThrows) {
+  const Json good = {{"a", {{"b", "fine"}, {"c", {1, "x"}}}}};
+  EXPECT_EQ(firstInvalidText(good), std::nullopt);
+  Json bad = good;
+  bad["a"]["c"][1] = "\xff";
+  EXPECT_EQ(firstInvalidText(bad), "a.c[1]");
+  Json badKey = Json::object();
+  badKey["s"]["\xff"] = 1;
+  EXPECT_TRUE(firstInvalidText(badKey).has_value());
+  EXPECT_EQ(firstInvalidText(Json("\xc3")), "");
+  EXPECT_EQ(compact(bad), "{\"a\":{\"b\":\"fine\",\"c\":[1,\"\xef\xbf\xbd\"]}}");
+  EXPECT_NE(pretty(badKey).find("\xef\xbf\xbd"), std::string::npos);
+}
+
 }  // namespace
 }  // namespace korvalen::json
