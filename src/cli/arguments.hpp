@@ -58,7 +58,7 @@ std::vector<std::string> splitList(std::string_view text, char separator = ',');
 
 // A file's JSON: a file that cannot be read is a `Failure`; text that is not JSON comes
 // back as the parser's one-line message, for the caller to judge.
-std::expected<json::Json, std::string> readJsonFile(const std::string& path);
+[[nodiscard]] std::expected<json::Json, std::string> readJsonFile(const std::string& path);
 
 // A number for people: at most six decimals, no trailing zeros ("1", "0.05", "inf").
 std::string formatNumber(double value);

@@ -71,9 +71,9 @@ struct FlashReport {
 };
 
 // Decodes `file` with ffmpeg and judges it; `progress` hears (frames, media seconds).
-std::expected<FlashReport, std::string> checkForFlashes(const std::filesystem::path& ffmpeg,
-                                                        const std::filesystem::path& file, const FlashCheck& check,
-                                                        const std::function<void(std::int64_t, double)>& progress);
+[[nodiscard]] std::expected<FlashReport, std::string> checkForFlashes(
+    const std::filesystem::path& ffmpeg, const std::filesystem::path& file, const FlashCheck& check,
+    const std::function<void(std::int64_t, double)>& progress);
 std::string describeFlashReport(const std::string& name, const FlashReport& report);
 // ffmpeg from --ffmpeg or PATH; a missing one is a failure that says how to get it.
 std::filesystem::path locateFfmpeg(const std::string& given, const Context& context);

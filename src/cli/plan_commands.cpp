@@ -15,7 +15,7 @@ struct PlanLocation {
 };
 
 std::filesystem::path resolve(const PlanLocation& location, const Context& context) {
-  return location.plan.empty() ? paths::saverPlanPath(context.environment) : std::filesystem::path(location.plan);
+  return location.plan.empty() ? SaverPlan::location(context.environment) : std::filesystem::path(location.plan);
 }
 
 void addPlanOption(CLI::App& command, PlanLocation& location) {

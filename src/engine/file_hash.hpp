@@ -9,6 +9,6 @@ namespace korvalen::engine {
 
 // The SHA-256 of the file's bytes, as 64 lower-case hexadecimal digits; read in chunks, so
 // large videos need little memory.
-std::expected<std::string, std::string> sha256OfFile(const std::filesystem::path& path);
+[[nodiscard]] std::expected<std::string, std::string> sha256OfFile(const std::filesystem::path& path);
 
 }  // namespace korvalen::engine

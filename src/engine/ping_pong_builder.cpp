@@ -1,8 +1,8 @@
 #include "engine/ping_pong_builder.hpp"
 
+#include "core/diagnostics/log.hpp"
 #include "core/support/atomic_file.hpp"
 #include "core/support/json.hpp"
-#include "core/support/log.hpp"
 #include "core/support/precondition.hpp"
 #include "engine/ffmpeg_file.hpp"
 #include "engine/process.hpp"

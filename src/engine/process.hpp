@@ -25,9 +25,9 @@ class ChildProcess {
 
   // `program` is run with `arguments` (not including the program itself). Standard input is
   // /dev/null, or a pipe fed with `write`. The error is one line naming the program.
-  static std::expected<ChildProcess, std::string> start(const std::filesystem::path& program,
-                                                        const std::vector<std::string>& arguments,
-                                                        Input input = Input::none);
+  [[nodiscard]] static std::expected<ChildProcess, std::string> start(const std::filesystem::path& program,
+                                                                      const std::vector<std::string>& arguments,
+                                                                      Input input = Input::none);
 
   // Writes all of `bytes` to the child's standard input, reading its output and error
   // meanwhile so neither side can block the other. False when the child stopped reading.
@@ -74,8 +74,8 @@ struct Finished {
 };
 
 // Runs to the end and collects both streams.
-std::expected<Finished, std::string> run(const std::filesystem::path& program,
-                                         const std::vector<std::string>& arguments);
+[[nodiscard]] std::expected<Finished, std::string> run(const std::filesystem::path& program,
+                                                       const std::vector<std::string>& arguments);
 
 // The first executable `name` in the ":"-separated `searchPath`; a name with a "/" is taken
 // as it is when it is executable.

@@ -19,11 +19,11 @@ class VideoFrames {
  public:
   // Starts decoding the first video stream of `file`. Fails with one line naming the file
   // when ffmpeg cannot read it.
-  static std::expected<VideoFrames, std::string> open(const std::filesystem::path& ffmpeg,
-                                                      const std::filesystem::path& file);
+  [[nodiscard]] static std::expected<VideoFrames, std::string> open(const std::filesystem::path& ffmpeg,
+                                                                    const std::filesystem::path& file);
 
   // Moves to the next frame: true when there is one, false at the end, or the error.
-  std::expected<bool, std::string> next();
+  [[nodiscard]] std::expected<bool, std::string> next();
 
   [[nodiscard]] std::span<const std::uint8_t> pixels() const;
   [[nodiscard]] std::int64_t width() const { return width_; }

@@ -1,6 +1,7 @@
 #include "core/app/settings.hpp"
 
 #include "core/rendering/transitions.hpp"
+#include "core/support/numbers.hpp"
 #include "core/support/text.hpp"
 
 #include <algorithm>
@@ -40,12 +41,6 @@ constexpr auto lastWallpaperFields = [](auto& coder, auto& last) {
   coder.lenient("mirrorVertical", last.mirrorVertical);
   coder.lenient("volume", last.volume);
   coder.lenient("itemID", last.itemID);
-};
-
-constexpr auto flashingPathFields = [](auto& coder, auto& flashing) {
-  coder.required("path", flashing.path);
-  coder.required("flashedAt", flashing.flashedAt);
-  coder.required("peakFlashesPerSecond", flashing.peakFlashesPerSecond);
 };
 
 constexpr auto monitorAssignmentFields = [](auto& coder, auto& assignment) {
@@ -94,7 +89,7 @@ double TransitionSettings::effectiveSeconds() const {
 
 TransitionSettings TransitionSettings::sanitised() const {
   TransitionSettings out = *this;
-  out.seconds = clampedOr(seconds, 0.2, 5.0, 1.2);
+  out.seconds = numbers::clampedOr(seconds, 0.2, 5.0, 1.2);
   const auto effect = TransitionRegistry::find(defaultId);
   out.defaultId = effect ? effect->id : std::string("crossBlend");
   out.maxConcurrent = std::clamp<std::int64_t>(maxConcurrent, 1, 8);
@@ -118,7 +113,6 @@ KORVALEN_CODING_FROM_FIELDS(ToolSettings, toolFields)
 KORVALEN_CODING_FROM_FIELDS(TransitionSettings, transitionFields)
 KORVALEN_CODING_FROM_FIELDS(ScreensaverSettings, screensaverFields)
 KORVALEN_CODING_FROM_FIELDS(LastWallpaper, lastWallpaperFields)
-KORVALEN_CODING_FROM_FIELDS(FlashingPath, flashingPathFields)
 KORVALEN_CODING_FROM_FIELDS(MonitorAssignment, monitorAssignmentFields)
 
 Json Coding<KorvalenSettings>::encode(const KorvalenSettings& settings, const Options& options) {

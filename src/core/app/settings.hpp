@@ -6,6 +6,7 @@
 #include "core/library/library_item.hpp"
 #include "core/library/playlist.hpp"
 #include "core/playback/accessibility_settings.hpp"
+#include "core/playback/flash_guard.hpp"
 #include "core/playback/power_settings.hpp"
 #include "core/rendering/enhance.hpp"
 #include "core/support/iso8601.hpp"
@@ -68,13 +69,6 @@ struct LastWallpaper {
   bool operator==(const LastWallpaper&) const = default;
 };
 
-struct FlashingPath {
-  std::string path;
-  Date flashedAt{};
-  std::int64_t peakFlashesPerSecond = 0;
-  bool operator==(const FlashingPath&) const = default;
-};
-
 struct MonitorAssignment {
   std::optional<std::string> itemID;  // the file key is "itemId"
   std::optional<std::string> playlistName;
@@ -102,19 +96,17 @@ struct KorvalenSettings {
 };
 
 namespace json {
-#define KORVALEN_SETTINGS_CODING(Type)                                    \
-  template <>                                                             \
-  struct Coding<Type> {                                                   \
-    static Json encode(const Type& value, const Options& options);        \
-    static Result<Type> decode(const Json& json, const Options& options); \
+#define KORVALEN_SETTINGS_CODING(Type)                                                  \
+  template <>                                                                           \
+  struct Coding<Type> {                                                                 \
+    static Json encode(const Type& value, const Options& options);                      \
+    [[nodiscard]] static Result<Type> decode(const Json& json, const Options& options); \
   }
 KORVALEN_SETTINGS_CODING(ImportSettings);
 KORVALEN_SETTINGS_CODING(ToolSettings);
 KORVALEN_SETTINGS_CODING(TransitionSettings);
 KORVALEN_SETTINGS_CODING(ScreensaverSettings);
 KORVALEN_SETTINGS_CODING(LastWallpaper);
-// Strict: all three keys are required.
-KORVALEN_SETTINGS_CODING(FlashingPath);
 KORVALEN_SETTINGS_CODING(MonitorAssignment);
 // The lists and the map are read element by element: a bad element is dropped alone.
 KORVALEN_SETTINGS_CODING(KorvalenSettings);

@@ -46,9 +46,9 @@ std::string serialize(const KorvalenSettings& settings);
 
 // Comments stripped, decoded leniently, repaired. Fails only when the text is not JSON at
 // all or its top level is not an object.
-std::expected<KorvalenSettings, std::string> deserialize(std::string_view text);
+[[nodiscard]] std::expected<KorvalenSettings, std::string> deserialize(std::string_view text);
 // The same without the repair, to see what repair changes.
-std::expected<KorvalenSettings, std::string> deserializeUnrepaired(std::string_view text);
+[[nodiscard]] std::expected<KorvalenSettings, std::string> deserializeUnrepaired(std::string_view text);
 
 // Notes on list elements in the file that could not be read, such as
 // "2 playlist(s) in settings.json could not be read and were left out".

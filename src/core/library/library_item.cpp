@@ -17,39 +17,20 @@ constexpr EnumWords<WallpaperKind, 5> kindWords{{
     {WallpaperKind::web, "web"},
 }};
 
-constexpr EnumWords<FitMode, 4> fitWords{{
-    {FitMode::fill, "fill"},
-    {FitMode::fit, "fit"},
-    {FitMode::stretch, "stretch"},
-    {FitMode::center, "center"},
-}};
-
 }  // namespace
 
 std::string_view toString(WallpaperKind kind) {
   return wordFor(kindWords, kind);
 }
 
-std::string_view toString(FitMode fit) {
-  return wordFor(fitWords, fit);
-}
-
 std::optional<WallpaperKind> parseWallpaperKind(std::string_view text) {
   return valueFor(kindWords, text);
-}
-
-std::optional<FitMode> parseFitMode(std::string_view text) {
-  return valueFor(fitWords, text);
 }
 
 namespace json {
 
 Result<WallpaperKind> Coding<WallpaperKind>::decode(const Json& json, const Options&) {
   return decodeWord<WallpaperKind>(json, parseWallpaperKind, "kind");
-}
-
-Result<FitMode> Coding<FitMode>::decode(const Json& json, const Options&) {
-  return decodeWord<FitMode>(json, parseFitMode, "fit mode");
 }
 
 namespace {

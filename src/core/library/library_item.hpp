@@ -4,6 +4,7 @@
 #pragma once
 
 #include "core/rendering/crop_rect.hpp"
+#include "core/rendering/fit_mode.hpp"
 #include "core/support/iso8601.hpp"
 #include "core/support/json.hpp"
 
@@ -18,13 +19,9 @@ namespace korvalen {
 
 enum class WallpaperKind { none, solid, image, video, web };
 
-enum class FitMode { fill, fit, stretch, center };
-
 std::string_view toString(WallpaperKind kind);
-std::string_view toString(FitMode fit);
 // Absent for a word that is not one of the raw strings (exact, case-sensitive).
 std::optional<WallpaperKind> parseWallpaperKind(std::string_view text);
-std::optional<FitMode> parseFitMode(std::string_view text);
 
 struct LibraryItem {
   std::string id;
@@ -99,23 +96,18 @@ namespace json {
 template <>
 struct Coding<WallpaperKind> {
   static Json encode(WallpaperKind kind, const Options&) { return std::string(toString(kind)); }
-  static Result<WallpaperKind> decode(const Json& json, const Options& options);
-};
-template <>
-struct Coding<FitMode> {
-  static Json encode(FitMode fit, const Options&) { return std::string(toString(fit)); }
-  static Result<FitMode> decode(const Json& json, const Options& options);
+  [[nodiscard]] static Result<WallpaperKind> decode(const Json& json, const Options& options);
 };
 template <>
 struct Coding<LibraryItem> {
   static Json encode(const LibraryItem& item, const Options& options);
   // The five identity keys are required; any present key of the wrong type fails the item.
-  static Result<LibraryItem> decode(const Json& json, const Options& options);
+  [[nodiscard]] static Result<LibraryItem> decode(const Json& json, const Options& options);
 };
 template <>
 struct Coding<VideoMetadata> {
   static Json encode(const VideoMetadata& metadata, const Options& options);
-  static Result<VideoMetadata> decode(const Json& json, const Options& options);
+  [[nodiscard]] static Result<VideoMetadata> decode(const Json& json, const Options& options);
 };
 }  // namespace json
 

@@ -137,7 +137,7 @@ namespace json {
 template <>
 struct Coding<PingPongManifest> {
   static Json encode(const PingPongManifest& manifest, const Options& options);
-  static Result<PingPongManifest> decode(const Json& json, const Options& options);
+  [[nodiscard]] static Result<PingPongManifest> decode(const Json& json, const Options& options);
 };
 }  // namespace json
 

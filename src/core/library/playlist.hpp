@@ -40,7 +40,7 @@ struct Coding<Playlist> {
   static Json encode(const Playlist& playlist, const Options& options);
   // A bad `itemIDs` or `schedule` fails the playlist; a bad `shuffle` reads as false; a bad
   // `intervalMinutes` falls back (a finite float is rounded, at least 1; else 30).
-  static Result<Playlist> decode(const Json& json, const Options& options);
+  [[nodiscard]] static Result<Playlist> decode(const Json& json, const Options& options);
 };
 template <>
 struct Coding<PlaylistState> {

@@ -48,12 +48,12 @@ template <>
 struct Coding<TimeOfDay> {
   static Json encode(const TimeOfDay& time, const Options&) { return time.text(); }
   // "07:30", "07:30:15" (seconds dropped) or the older {"hour": 7, "minute": 30}.
-  static Result<TimeOfDay> decode(const Json& json, const Options& options);
+  [[nodiscard]] static Result<TimeOfDay> decode(const Json& json, const Options& options);
 };
 template <>
 struct Coding<ScheduleEntry> {
   static Json encode(const ScheduleEntry& entry, const Options& options);
-  static Result<ScheduleEntry> decode(const Json& json, const Options& options);
+  [[nodiscard]] static Result<ScheduleEntry> decode(const Json& json, const Options& options);
 };
 }  // namespace json
 

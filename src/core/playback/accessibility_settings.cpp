@@ -1,5 +1,7 @@
 #include "core/playback/accessibility_settings.hpp"
 
+#include "core/support/numbers.hpp"
+
 namespace korvalen {
 namespace {
 
@@ -24,9 +26,9 @@ std::vector<std::string> AccessibilitySettings::defaultScreenShareApps() {
 
 AccessibilitySettings AccessibilitySettings::sanitised() const {
   AccessibilitySettings out = *this;
-  out.motionScale = clampedOr(motionScale, 0.1, 1.0, 1.0);
-  out.dim = clampedOr(dim, 0.0, 0.9, 0.0);
-  out.saturation = clampedOr(saturation, 0.0, 1.0, 1.0);
+  out.motionScale = numbers::clampedOr(motionScale, 0.1, 1.0, 1.0);
+  out.dim = numbers::clampedOr(dim, 0.0, 0.9, 0.0);
+  out.saturation = numbers::clampedOr(saturation, 0.0, 1.0, 1.0);
   // Muting does not answer flashing: the picture itself must stop.
   if (out.onFlashing == PauseAction::mute) {
     out.onFlashing = PauseAction::pause;

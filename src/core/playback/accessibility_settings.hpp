@@ -32,7 +32,7 @@ namespace json {
 template <>
 struct Coding<AccessibilitySettings> {
   static Json encode(const AccessibilitySettings& settings, const Options& options);
-  static Result<AccessibilitySettings> decode(const Json& json, const Options& options);
+  [[nodiscard]] static Result<AccessibilitySettings> decode(const Json& json, const Options& options);
 };
 }  // namespace json
 

@@ -69,14 +69,14 @@ namespace json {
 template <>
 struct Coding<MonitorInfo> {
   static Json encode(const MonitorInfo& monitor, const Options& options);
-  static Result<MonitorInfo> decode(const Json& json, const Options& options);
+  [[nodiscard]] static Result<MonitorInfo> decode(const Json& json, const Options& options);
 };
 // Edges are required and held within the coordinate limit; the flags default to a plain
 // visible window.
 template <>
 struct Coding<WindowSnapshot> {
   static Json encode(const WindowSnapshot& window, const Options& options);
-  static Result<WindowSnapshot> decode(const Json& json, const Options& options);
+  [[nodiscard]] static Result<WindowSnapshot> decode(const Json& json, const Options& options);
 };
 }  // namespace json
 

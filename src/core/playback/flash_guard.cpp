@@ -143,4 +143,19 @@ std::vector<FlashingPath> FlashingPaths::remember(const std::vector<FlashingPath
   return out;
 }
 
+namespace json {
+namespace {
+
+constexpr auto flashingPathFields = [](auto& coder, auto& flashing) {
+  coder.required("path", flashing.path);
+  coder.required("flashedAt", flashing.flashedAt);
+  coder.required("peakFlashesPerSecond", flashing.peakFlashesPerSecond);
+};
+
+}  // namespace
+
+KORVALEN_CODING_FROM_FIELDS(FlashingPath, flashingPathFields)
+
+}  // namespace json
+
 }  // namespace korvalen

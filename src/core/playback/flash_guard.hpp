@@ -3,7 +3,11 @@
 // flash may be restored at start-up, and the remembered list of files that flashed.
 #pragma once
 
-#include "core/app/settings.hpp"
+#include "core/playback/accessibility_settings.hpp"
+#include "core/support/iso8601.hpp"
+#include "core/support/json.hpp"
+
+#include <cstdint>
 
 #include <optional>
 #include <string>
@@ -11,6 +15,14 @@
 #include <vector>
 
 namespace korvalen {
+
+// A file that was seen to flash, remembered in the settings so that it is not restored.
+struct FlashingPath {
+  std::string path;
+  Date flashedAt{};
+  std::int64_t peakFlashesPerSecond = 0;
+  bool operator==(const FlashingPath&) const = default;
+};
 
 enum class FlashOutcome { pause, skipToNext };
 
@@ -54,5 +66,14 @@ std::optional<FlashingPath> find(const std::vector<FlashingPath>& list, const st
 std::vector<FlashingPath> remember(const std::vector<FlashingPath>& list, const std::string& path, Date when,
                                    std::int64_t peak, std::int64_t keep);
 }  // namespace FlashingPaths
+
+namespace json {
+// Strict: all three keys are required.
+template <>
+struct Coding<FlashingPath> {
+  static Json encode(const FlashingPath& value, const Options& options);
+  [[nodiscard]] static Result<FlashingPath> decode(const Json& json, const Options& options);
+};
+}  // namespace json
 
 }  // namespace korvalen

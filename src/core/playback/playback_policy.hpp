@@ -82,13 +82,13 @@ namespace json {
 template <>
 struct Coding<MonitorActivity> {
   static Json encode(const MonitorActivity& activity, const Options& options);
-  static Result<MonitorActivity> decode(const Json& json, const Options& options);
+  [[nodiscard]] static Result<MonitorActivity> decode(const Json& json, const Options& options);
 };
 // Every field may be left out (false, no monitors); a present one must have its type.
 template <>
 struct Coding<SystemState> {
   static Json encode(const SystemState& state, const Options& options);
-  static Result<SystemState> decode(const Json& json, const Options& options);
+  [[nodiscard]] static Result<SystemState> decode(const Json& json, const Options& options);
 };
 template <>
 struct Coding<PlaybackMode> {

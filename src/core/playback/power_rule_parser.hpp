@@ -35,7 +35,7 @@ struct RuleError {
 
 // A copy of `power` with the field the rule names set to its action. The action is checked
 // before the trigger.
-std::expected<PowerSettings, RuleError> apply(const PowerSettings& power, std::string_view rule);
+[[nodiscard]] std::expected<PowerSettings, RuleError> apply(const PowerSettings& power, std::string_view rule);
 std::optional<PauseAction> parseAction(std::string_view word);
 std::optional<GpuPreference> parseGpu(std::string_view word);
 // "fullscreen=pause maximized=keep focused=keep occluded=keep(>90%) battery=keep ..."

@@ -1,6 +1,7 @@
 #include "core/playback/power_settings.hpp"
 
 #include "core/support/enum_words.hpp"
+#include "core/support/numbers.hpp"
 #include "core/support/text.hpp"
 
 #include <algorithm>
@@ -70,13 +71,9 @@ std::optional<GpuPreference> parseGpuPreference(std::string_view text) {
   return valueFor(gpuWords, text);
 }
 
-double clampedOr(double value, double low, double high, double fallback) {
-  return std::isfinite(value) ? std::clamp(value, low, high) : fallback;
-}
-
 PowerSettings PowerSettings::sanitised() const {
   PowerSettings out = *this;
-  out.occludedCoverage = clampedOr(occludedCoverage, 0.1, 1.0, 0.9);
+  out.occludedCoverage = numbers::clampedOr(occludedCoverage, 0.1, 1.0, 0.9);
   out.fpsCap = std::clamp(fpsCap, minimumFpsCap, maximumFpsCap);
   out.fpsCapOnBattery = std::clamp(fpsCapOnBattery, minimumFpsCap, maximumFpsCap);
   return out;

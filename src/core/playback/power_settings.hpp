@@ -48,25 +48,22 @@ struct PowerSettings {
   bool operator==(const PowerSettings&) const = default;
 };
 
-// Clamps to [low, high] when finite; otherwise the fallback.
-double clampedOr(double value, double low, double high, double fallback);
-
 namespace json {
 template <>
 struct Coding<PauseAction> {
   static Json encode(PauseAction action, const Options&) { return std::string(toString(action)); }
   // An unknown word fails with "unknown action 'word'".
-  static Result<PauseAction> decode(const Json& json, const Options& options);
+  [[nodiscard]] static Result<PauseAction> decode(const Json& json, const Options& options);
 };
 template <>
 struct Coding<GpuPreference> {
   static Json encode(GpuPreference preference, const Options&) { return std::string(toString(preference)); }
-  static Result<GpuPreference> decode(const Json& json, const Options& options);
+  [[nodiscard]] static Result<GpuPreference> decode(const Json& json, const Options& options);
 };
 template <>
 struct Coding<PowerSettings> {
   static Json encode(const PowerSettings& power, const Options& options);
-  static Result<PowerSettings> decode(const Json& json, const Options& options);
+  [[nodiscard]] static Result<PowerSettings> decode(const Json& json, const Options& options);
 };
 }  // namespace json
 

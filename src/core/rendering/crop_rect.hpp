@@ -31,7 +31,7 @@ namespace json {
 template <>
 struct Coding<CropRect> {
   static Json encode(const CropRect& crop, const Options& options);
-  static Result<CropRect> decode(const Json& json, const Options& options);
+  [[nodiscard]] static Result<CropRect> decode(const Json& json, const Options& options);
 };
 }  // namespace json
 

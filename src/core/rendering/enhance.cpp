@@ -1,6 +1,6 @@
 #include "core/rendering/enhance.hpp"
 
-#include "core/playback/power_settings.hpp"
+#include "core/support/numbers.hpp"
 #include "core/support/text.hpp"
 
 namespace korvalen {
@@ -48,7 +48,8 @@ EnhanceSettings EnhanceSettings::sanitised() const {
 }
 
 Enhance EnhanceSettings::enhance() const {
-  return Enhance{parseResampler(resampler), clampedOr(sharpness, 0.0, 1.0, 0.0), clampedOr(threshold, 0.0, 1.0, 0.0)};
+  return Enhance{parseResampler(resampler), numbers::clampedOr(sharpness, 0.0, 1.0, 0.0),
+                 numbers::clampedOr(threshold, 0.0, 1.0, 0.0)};
 }
 
 namespace json {

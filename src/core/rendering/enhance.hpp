@@ -38,7 +38,7 @@ namespace json {
 template <>
 struct Coding<EnhanceSettings> {
   static Json encode(const EnhanceSettings& settings, const Options& options);
-  static Result<EnhanceSettings> decode(const Json& json, const Options& options);
+  [[nodiscard]] static Result<EnhanceSettings> decode(const Json& json, const Options& options);
 };
 }  // namespace json
 

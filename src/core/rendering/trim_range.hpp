@@ -21,7 +21,7 @@ struct Coding<TrimRange> {
   static Json encode(const TrimRange& trim, const Options& options) {
     return encodeObject(trim, options, trimRangeFields);
   }
-  static Result<TrimRange> decode(const Json& json, const Options& options) {
+  [[nodiscard]] static Result<TrimRange> decode(const Json& json, const Options& options) {
     return decodeObject<TrimRange>(json, options, trimRangeFields);
   }
 };

@@ -3,8 +3,8 @@
 // compositor applies the result.
 #pragma once
 
-#include "core/library/library_item.hpp"
 #include "core/rendering/crop_rect.hpp"
+#include "core/rendering/fit_mode.hpp"
 
 #include <cstdint>
 #include <optional>

@@ -87,6 +87,13 @@ std::expected<SaverPlan, std::string> SaverPlan::load(const std::filesystem::pat
   return std::move(*plan);
 }
 
+std::filesystem::path SaverPlan::location(const paths::Environment& environment) {
+  if (auto overridden = environment("KORVALEN_SAVER_PLAN")) {
+    return *overridden;
+  }
+  return paths::korvalenFolder(paths::homeFolder(environment), environment) / fileName;
+}
+
 std::optional<SaverPlan> SaverPlan::read(const std::filesystem::path& path) {
   auto plan = load(path);
   return plan ? std::optional<SaverPlan>(std::move(*plan)) : std::nullopt;

@@ -8,6 +8,7 @@
 #include "core/rendering/trim_range.hpp"
 #include "core/support/iso8601.hpp"
 #include "core/support/json.hpp"
+#include "core/support/paths.hpp"
 
 #include <cstdint>
 #include <expected>
@@ -78,11 +79,16 @@ struct SaverPlan {
   // Whether another plan says the same, ignoring only when it was written.
   [[nodiscard]] bool sameContent(const std::optional<SaverPlan>& other) const;
 
+  // Where the screensaver looks: "KORVALEN_SAVER_PLAN" when set, used as it stands;
+  // otherwise "screensaver-plan.json" in the Korvalen folder of the home folder that the
+  // user database records (not the sandbox home the host may report).
+  static std::filesystem::path location(const paths::Environment& environment);
+
   // Never fails loudly: a missing, unreadable or undecodable file is no plan.
   static std::optional<SaverPlan> read(const std::filesystem::path& path);
   // The same as `read`, saying why there is no plan.
-  static std::expected<SaverPlan, std::string> load(const std::filesystem::path& path);
-  static json::Result<SaverPlan> decode(std::string_view text);
+  [[nodiscard]] static std::expected<SaverPlan, std::string> load(const std::filesystem::path& path);
+  [[nodiscard]] static json::Result<SaverPlan> decode(std::string_view text);
 
   // Pretty-printed with sorted keys: the same plan always gives the same bytes.
   [[nodiscard]] std::string encode() const;
@@ -99,12 +105,12 @@ inline constexpr Options saverPlanOptions{.nonFiniteStrings = true};
 template <>
 struct Coding<SaverContent> {
   static Json encode(const SaverContent& content, const Options& options);
-  static Result<SaverContent> decode(const Json& json, const Options& options);
+  [[nodiscard]] static Result<SaverContent> decode(const Json& json, const Options& options);
 };
 template <>
 struct Coding<SaverPlan> {
   static Json encode(const SaverPlan& plan, const Options& options);
-  static Result<SaverPlan> decode(const Json& json, const Options& options);
+  [[nodiscard]] static Result<SaverPlan> decode(const Json& json, const Options& options);
 };
 }  // namespace json
 

@@ -13,9 +13,10 @@ namespace korvalen::files {
 // Creates the folder holding `path` (with any missing parents), writes `bytes` to a
 // temporary file beside `path`, flushes it and renames it over `path`. On failure nothing
 // at `path` changes and no temporary file is left behind.
-std::expected<void, std::string> writeAtomically(const std::filesystem::path& path, std::string_view bytes);
+[[nodiscard]] std::expected<void, std::string> writeAtomically(const std::filesystem::path& path,
+                                                               std::string_view bytes);
 
 // The whole file as bytes.
-std::expected<std::string, std::string> read(const std::filesystem::path& path);
+[[nodiscard]] std::expected<std::string, std::string> read(const std::filesystem::path& path);
 
 }  // namespace korvalen::files

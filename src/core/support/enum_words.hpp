@@ -38,7 +38,7 @@ constexpr std::optional<Enum> valueFor(const EnumWords<Enum, N>& words, std::str
 namespace json {
 // Decodes a word with `parse`; an unknown word fails with "unknown WHAT "word"".
 template <class Enum, class Parse>
-Result<Enum> decodeWord(const Json& json, Parse parse, std::string_view what) {
+[[nodiscard]] Result<Enum> decodeWord(const Json& json, Parse parse, std::string_view what) {
   if (!json.is_string()) {
     return std::unexpected(typeError(what, json));
   }

@@ -57,7 +57,7 @@ Json encode(const T& value, const Options& options = {}) {
 }
 
 template <class T>
-Result<T> decode(const Json& json, const Options& options = {}) {
+[[nodiscard]] Result<T> decode(const Json& json, const Options& options = {}) {
   return Coding<T>::decode(json, options);
 }
 
@@ -66,33 +66,33 @@ Error typeError(std::string_view expected, const Json& found);
 template <>
 struct Coding<bool> {
   static Json encode(bool value, const Options&) { return value; }
-  static Result<bool> decode(const Json& json, const Options&);
+  [[nodiscard]] static Result<bool> decode(const Json& json, const Options&);
 };
 
 template <>
 struct Coding<std::int64_t> {
   static Json encode(std::int64_t value, const Options&) { return value; }
   // Integers, and floats with an integral value in range (1.0 reads as 1).
-  static Result<std::int64_t> decode(const Json& json, const Options&);
+  [[nodiscard]] static Result<std::int64_t> decode(const Json& json, const Options&);
 };
 
 template <>
 struct Coding<double> {
   static Json encode(double value, const Options& options);
-  static Result<double> decode(const Json& json, const Options& options);
+  [[nodiscard]] static Result<double> decode(const Json& json, const Options& options);
 };
 
 template <>
 struct Coding<std::string> {
   static Json encode(const std::string& value, const Options&) { return value; }
-  static Result<std::string> decode(const Json& json, const Options&);
+  [[nodiscard]] static Result<std::string> decode(const Json& json, const Options&);
 };
 
 // Dates are ISO 8601 text: written in UTC with whole seconds, read with or without a fraction.
 template <>
 struct Coding<Date> {
   static Json encode(Date value, const Options&);
-  static Result<Date> decode(const Json& json, const Options&);
+  [[nodiscard]] static Result<Date> decode(const Json& json, const Options&);
 };
 
 template <class T>
@@ -104,7 +104,7 @@ struct Coding<std::vector<T>> {
     }
     return out;
   }
-  static Result<std::vector<T>> decode(const Json& json, const Options& options) {
+  [[nodiscard]] static Result<std::vector<T>> decode(const Json& json, const Options& options) {
     if (!json.is_array()) {
       return std::unexpected(typeError("a list", json));
     }
@@ -130,7 +130,7 @@ struct Coding<std::map<std::string, T>> {
     }
     return out;
   }
-  static Result<std::map<std::string, T>> decode(const Json& json, const Options& options) {
+  [[nodiscard]] static Result<std::map<std::string, T>> decode(const Json& json, const Options& options) {
     if (!json.is_object()) {
       return std::unexpected(typeError("an object", json));
     }
@@ -158,7 +158,7 @@ struct Coding<Lossy<T>> {
   static Json encode(const Lossy<T>& lossy, const Options& options) {
     return lossy.value ? Coding<T>::encode(*lossy.value, options) : Json(nullptr);
   }
-  static Result<Lossy<T>> decode(const Json& json, const Options& options) {
+  [[nodiscard]] static Result<Lossy<T>> decode(const Json& json, const Options& options) {
     auto value = Coding<T>::decode(json, options);
     if (!value && options.strict) {
       return std::unexpected(value.error());
@@ -333,7 +333,7 @@ Json encodeObject(const T& value, const Options& options, const Fields& fields) 
 }
 
 template <class T, class Fields>
-Result<T> decodeObject(const Json& json, const Options& options, const Fields& fields) {
+[[nodiscard]] Result<T> decodeObject(const Json& json, const Options& options, const Fields& fields) {
   ObjectReader in(json, options);
   T value{};
   fields(in, value);
@@ -342,12 +342,12 @@ Result<T> decodeObject(const Json& json, const Options& options, const Fields& f
 
 // Defines `Coding<Type>`'s encode and decode from one field list; used inside namespace
 // korvalen::json of a source file.
-#define KORVALEN_CODING_FROM_FIELDS(Type, fields)                               \
-  Json Coding<Type>::encode(const Type& value, const Options& options) {        \
-    return encodeObject(value, options, fields);                                \
-  }                                                                             \
-  Result<Type> Coding<Type>::decode(const Json& json, const Options& options) { \
-    return decodeObject<Type>(json, options, fields);                           \
+#define KORVALEN_CODING_FROM_FIELDS(Type, fields)                                             \
+  Json Coding<Type>::encode(const Type& value, const Options& options) {                      \
+    return encodeObject(value, options, fields);                                              \
+  }                                                                                           \
+  [[nodiscard]] Result<Type> Coding<Type>::decode(const Json& json, const Options& options) { \
+    return decodeObject<Type>(json, options, fields);                                         \
   }
 
 // The first of `fields` (name, value) outside [low, high], as an error naming it. Numbers

@@ -1,6 +1,8 @@
 #include "core/support/numbers.hpp"
 
+#include <algorithm>
 #include <charconv>
+#include <cmath>
 
 namespace korvalen::numbers {
 namespace {
@@ -36,6 +38,10 @@ std::optional<std::int64_t> wholeNumber(std::string_view text) {
 
 std::optional<double> decimal(std::string_view text) {
   return whole<double>(text);
+}
+
+double clampedOr(double value, double low, double high, double fallback) {
+  return std::isfinite(value) ? std::clamp(value, low, high) : fallback;
 }
 
 }  // namespace korvalen::numbers

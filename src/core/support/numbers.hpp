@@ -10,6 +10,9 @@ namespace korvalen::numbers {
 // The whole text as a decimal integer with an optional sign ("+7", "-3"); nothing around it.
 std::optional<std::int64_t> wholeNumber(std::string_view text);
 
+// Clamps to [low, high] when finite; otherwise the fallback. How records repair numbers.
+double clampedOr(double value, double low, double high, double fallback);
+
 // The whole text as a decimal number with an optional sign ("2.5", "+1e3", "-0.25").
 std::optional<double> decimal(std::string_view text);
 

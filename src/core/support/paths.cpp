@@ -1,7 +1,5 @@
 #include "core/support/paths.hpp"
 
-#include "core/screensaver/saver_plan.hpp"
-
 #include <pwd.h>
 #include <unistd.h>
 #include <cstdlib>
@@ -35,13 +33,6 @@ std::filesystem::path homeFolder(const Environment& environment) {
     return *home;
   }
   return "/";
-}
-
-std::filesystem::path saverPlanPath(const Environment& environment) {
-  if (auto overridden = environment("KORVALEN_SAVER_PLAN")) {
-    return *overridden;
-  }
-  return korvalenFolder(homeFolder(environment), environment) / SaverPlan::fileName;
 }
 
 }  // namespace korvalen::paths

@@ -25,8 +25,4 @@ std::filesystem::path homeFolder(const Environment& environment);
 // empty or not absolute.
 std::filesystem::path korvalenFolder(const std::filesystem::path& home, const Environment& environment);
 
-// The saver plan's location: "KORVALEN_SAVER_PLAN" when set, used as it stands; otherwise
-// "screensaver-plan.json" in the Korvalen folder of the user's home folder.
-std::filesystem::path saverPlanPath(const Environment& environment);
-
 }  // namespace korvalen::paths

@@ -1,4 +1,5 @@
 #include "core/playback/flash_guard.hpp"
+#include "core/library/library_item.hpp"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,5 @@
 #include "core/support/paths.hpp"
+#include "core/screensaver/saver_plan.hpp"
 
 #include <gtest/gtest.h>
 
@@ -23,14 +24,14 @@ std::filesystem::path recordedHome() {
 
 TEST(PlanLocation, TheVariableIsUsedAsItStands) {
   const auto env = environment({{"KORVALEN_SAVER_PLAN", "relative/../odd plan.json"}, {"HOME", "/elsewhere"}});
-  EXPECT_EQ(paths::saverPlanPath(env), std::filesystem::path("relative/../odd plan.json"));
+  EXPECT_EQ(SaverPlan::location(env), std::filesystem::path("relative/../odd plan.json"));
 }
 
 TEST(PlanLocation, HomeComesFromTheUserDatabaseNotFromHOME) {
   ASSERT_FALSE(recordedHome().empty()) << "this test needs a user database record";
   const auto env = environment({{"HOME", "/sandbox/home"}});
   EXPECT_EQ(paths::homeFolder(env), recordedHome());
-  EXPECT_EQ(paths::saverPlanPath(env), recordedHome() / ".local/share/Korvalen/screensaver-plan.json");
+  EXPECT_EQ(SaverPlan::location(env), recordedHome() / ".local/share/Korvalen/screensaver-plan.json");
 }
 
 struct FolderCase {

@@ -1,4 +1,4 @@
-#include "core/support/log.hpp"
+#include "core/diagnostics/log.hpp"
 
 #include <gtest/gtest.h>
 

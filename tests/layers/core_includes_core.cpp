@@ -1,0 +1,2 @@
+// Must compile: the control for the two above, so they fail for the layering alone.
+#include "core/support/json.hpp"
