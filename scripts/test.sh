@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Installs what is needed, then builds and runs every test twice: in the release build and
-# under AddressSanitizer + UndefinedBehaviorSanitizer. Fails on the first failure.
+# under AddressSanitizer + UndefinedBehaviorSanitizer; then runs each fuzz target briefly
+# (FUZZ_SECONDS, default 20). Fails on the first failure.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -12,3 +13,5 @@ for preset in release asan; do
   echo "== $preset: test"
   ctest --preset "$preset"
 done
+echo "== fuzz"
+./scripts/fuzz.sh "${FUZZ_SECONDS:-20}"

@@ -1,5 +1,6 @@
 #include "engine/video_frames.hpp"
 
+#include "core/library/ping_pong.hpp"
 #include "core/support/numbers.hpp"
 #include "engine/ffmpeg_file.hpp"
 
@@ -18,14 +19,13 @@ const std::regex& outputSize() {
   static const std::regex pattern(R"(Stream #0:0.*: Video: rawvideo.*?, (\d+)x(\d+))");
   return pattern;
 }
-const std::regex& durationLine() {
-  static const std::regex pattern(R"(Duration: (\d+):(\d+):(\d+(?:\.\d+)?))");
-  return pattern;
-}
 const std::regex& frameLine() {
   static const std::regex pattern(R"(\] n:\s*(\d+)\s+pts:\s*\S+\s+pts_time:\s*(\S+))");
   return pattern;
 }
+
+// showinfo counts frames from 0 in order; an index further ahead than this is not trusted.
+constexpr std::size_t maxFrameIndexJump = 1024;
 
 }  // namespace
 
@@ -68,7 +68,8 @@ void VideoFrames::readErrorLines() {
     std::smatch match;
     if (std::regex_search(line, match, frameLine())) {
       const auto index = numbers::wholeNumber(match[1].str());
-      if (index && *index >= 0) {
+      // Frames arrive in order; an index far ahead of them is not one to make room for.
+      if (index && *index >= 0 && static_cast<std::size_t>(*index) <= times_.size() + maxFrameIndexJump) {
         const auto at = static_cast<std::size_t>(*index);
         if (times_.size() <= at) {
           times_.resize(at + 1);
@@ -81,12 +82,12 @@ void VideoFrames::readErrorLines() {
       inOutput_ = true;
     } else if (!inOutput_ && codec_.empty() && std::regex_search(line, match, inputStream())) {
       codec_ = match[1].str();
-    } else if (!inOutput_ && !duration_ && std::regex_search(line, match, durationLine())) {
-      duration_ = static_cast<double>(*numbers::wholeNumber(match[1].str())) * 3600 +
-                  static_cast<double>(*numbers::wholeNumber(match[2].str())) * 60 + *numbers::decimal(match[3].str());
+    } else if (!inOutput_ && !duration_ && line.find("Duration:") != std::string::npos) {
+      // The probe's reading: hours beyond any integer are a very long clip, not a crash.
+      duration_ = PingPong::parseProbe(line).seconds;
     } else if (inOutput_ && width_ == 0 && std::regex_search(line, match, outputSize())) {
-      width_ = *numbers::wholeNumber(match[1].str());
-      height_ = *numbers::wholeNumber(match[2].str());
+      width_ = numbers::wholeNumber(match[1].str()).value_or(0);
+      height_ = numbers::wholeNumber(match[2].str()).value_or(0);
     }
     if (!line.empty() && line.front() != ' ' && line.find("frame=") != 0) {
       lastProblem_ = line;

@@ -113,7 +113,14 @@ std::optional<Date> Formatter::parse(std::string_view text) const {
     return std::nullopt;
   }
   const auto days = date::sys_days{ymd};
-  return Date{days.time_since_epoch()} + hours{hour} + minutes{minute} + seconds{second} + fraction - offset;
+  const Date utc = Date{days.time_since_epoch()} + hours{hour} + minutes{minute} + seconds{second} + fraction - offset;
+  // An offset can carry a date out of the four-digit years ("0000-01-01T00:00:01+20:30");
+  // such a date could be read but never written back readably, so it is not read at all.
+  const date::year_month_day inUtc{floor<date::days>(utc)};
+  if (inUtc.year() < date::year{0} || inUtc.year() > date::year{9999}) {
+    return std::nullopt;
+  }
+  return utc;
 }
 
 const Formatter& withFraction() {

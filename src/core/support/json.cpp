@@ -149,6 +149,11 @@ std::optional<Error> outOfRange(std::initializer_list<std::pair<std::string_view
 }
 
 std::expected<Json, std::string> parse(std::string_view text) {
+  // nlohmann takes a NUL byte for the end of the text, so "1\0garbage" would read as 1; no
+  // JSON text holds one, and a file with NULs in it is a damaged file.
+  if (const auto nul = text.find('\0'); nul != std::string_view::npos) {
+    return std::unexpected(fmt::format("syntax error at byte {}: a NUL byte, which JSON text cannot hold", nul + 1));
+  }
   try {
     return Json::parse(text.begin(), text.end());
   } catch (const Json::exception& error) {

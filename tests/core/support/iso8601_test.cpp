@@ -58,6 +58,17 @@ TEST(ISO8601ParseValues, OffsetsAndFractionsGiveTheRightInstant) {
   EXPECT_EQ(*ISO8601::plain().parse(ISO8601::plain().format(date)), date);
 }
 
+// An offset may not carry a date out of the years that four digits can write back: such a
+// date would read, but the file written from it would not (a fuzzing find).
+TEST(ISO8601ParseValues, OffsetsStayWithinTheFourDigitYears) {
+  EXPECT_EQ(ISO8601::plain().parse("0000-01-01T00:00:01+20:30"), std::nullopt);
+  EXPECT_EQ(ISO8601::plain().parse("9999-12-31T23:00:00-02:00"), std::nullopt);
+  const auto first = ISO8601::plain().parse("0000-01-01T20:30:00+20:30");
+  ASSERT_TRUE(first.has_value());
+  EXPECT_EQ(ISO8601::plain().format(*first), "0000-01-01T00:00:00Z");
+  EXPECT_EQ(ISO8601::plain().parse(ISO8601::plain().format(*first)), first);
+}
+
 TEST(ISO8601Threads, SharedFormattersWorkFromManyThreadsAtOnce) {
   std::vector<std::thread> threads;
   std::vector<int> failures(4, 0);

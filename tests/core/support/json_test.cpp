@@ -149,6 +149,13 @@ TEST(JsonParse, ReportsBadTextOnOneLineWithoutThrowing) {
   EXPECT_NE(parsed.error().find("syntax error"), std::string::npos) << parsed.error();
   EXPECT_TRUE(parse(R"({"a": [1, 2]})").has_value());
   EXPECT_FALSE(parse("").has_value());
+  // nlohmann alone would stop at the NUL and read these as valid (a fuzzing find).
+  for (const std::string& text :
+       {std::string("{\"a\": 1}\0garbage", 17), std::string("1\0", 2), std::string(8, '\0')}) {
+    const auto nul = parse(text);
+    ASSERT_FALSE(nul.has_value());
+    EXPECT_NE(nul.error().find("NUL"), std::string::npos) << nul.error();
+  }
 }
 
 // A number beyond a double spoils its whole text, like a syntax error, and never escapes as
