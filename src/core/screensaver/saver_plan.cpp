@@ -87,11 +87,12 @@ std::expected<SaverPlan, std::string> SaverPlan::load(const std::filesystem::pat
   return std::move(*plan);
 }
 
-std::filesystem::path SaverPlan::location(const paths::Environment& environment) {
+std::filesystem::path SaverPlan::location(const paths::Environment& environment,
+                                          const std::optional<std::filesystem::path>& recordedHome) {
   if (auto overridden = environment("KORVALEN_SAVER_PLAN")) {
     return *overridden;
   }
-  return paths::korvalenFolder(paths::homeFolder(environment), environment) / fileName;
+  return paths::korvalenFolder(paths::homeFolder(environment, recordedHome), environment) / fileName;
 }
 
 std::optional<SaverPlan> SaverPlan::read(const std::filesystem::path& path) {

@@ -82,7 +82,9 @@ struct SaverPlan {
   // Where the screensaver looks: "KORVALEN_SAVER_PLAN" when set, used as it stands;
   // otherwise "screensaver-plan.json" in the Korvalen folder of the home folder that the
   // user database records (not the sandbox home the host may report).
-  static std::filesystem::path location(const paths::Environment& environment);
+  static std::filesystem::path location(
+      const paths::Environment& environment,
+      const std::optional<std::filesystem::path>& recordedHome = paths::recordedHomeFolder());
 
   // Never fails loudly: a missing, unreadable or undecodable file is no plan.
   static std::optional<SaverPlan> read(const std::filesystem::path& path);

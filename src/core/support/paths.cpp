@@ -18,7 +18,7 @@ Environment processEnvironment() {
   };
 }
 
-std::filesystem::path homeFolder(const Environment& environment) {
+std::optional<std::filesystem::path> recordedHomeFolder() {
   long suggested = ::sysconf(_SC_GETPW_R_SIZE_MAX);
   std::vector<char> buffer(suggested > 0 ? static_cast<std::size_t>(suggested) : 16384U);
   passwd record{};
@@ -27,7 +27,14 @@ std::filesystem::path homeFolder(const Environment& environment) {
     buffer.resize(buffer.size() * 2);
   }
   if (found != nullptr && found->pw_dir != nullptr && found->pw_dir[0] != '\0') {
-    return found->pw_dir;
+    return std::filesystem::path(found->pw_dir);
+  }
+  return std::nullopt;
+}
+
+std::filesystem::path homeFolder(const Environment& environment, const std::optional<std::filesystem::path>& recorded) {
+  if (recorded) {
+    return *recorded;
   }
   if (auto home = environment("HOME"); home && !home->empty()) {
     return *home;
