@@ -11,6 +11,7 @@ namespace {
 struct Sinks {
   std::mutex mutex;
   Capture* current = nullptr;
+  std::function<void(const Line&)> backend;
 };
 
 Sinks& sinks() {
@@ -49,8 +50,18 @@ void write(std::string_view category, Level level, std::string_view message) {
     shared.current->append(std::move(line));
     return;
   }
+  if (shared.backend) {
+    shared.backend(line);
+    return;
+  }
   const auto text = formatLine(line) + "\n";
   std::fwrite(text.data(), 1, text.size(), stderr);
+}
+
+void setBackend(std::function<void(const Line&)> backend) {
+  auto& shared = sinks();
+  std::lock_guard lock(shared.mutex);
+  shared.backend = std::move(backend);
 }
 
 Capture::Capture() {

@@ -50,6 +50,10 @@ class Capture {
   std::vector<Line> lines_;
 };
 
+// Where lines go when nothing captures them: standard error by default; a host installs the
+// system log (the macOS plug-in's os_log). Set once at start-up.
+void setBackend(std::function<void(const Line&)> backend);
+
 // The platform backend's form of a line, e.g. "com.vexil.korvalen screensaver error: no plan".
 std::string formatLine(const Line& line);
 

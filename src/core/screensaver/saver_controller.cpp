@@ -34,13 +34,6 @@ std::string nameOf(const std::string& path) {
 
 }  // namespace
 
-double VideoWallpaper::keptRate(double requested) {
-  if (std::isnan(requested)) {
-    return maximumRate;
-  }
-  return std::clamp(requested, minimumRate, maximumRate);
-}
-
 std::string SaverController::freshMark() {
   // A version-4 UUID's text starts with eight random hex digits; six of them are the mark.
   std::random_device random;
@@ -196,7 +189,7 @@ void SaverController::show(const SaverContent& content, const SaverPlan& plan) {
 }
 
 void SaverController::videoRoute(const SaverContent& content, const SaverPlan& plan) {
-  auto video = platform_.media.makeVideo(content.path);
+  auto video = platform_.media.makeVideo(content.path, content.trim());
   video->setRate(plan.rate);
   video->setSoundLevel(plan.sound ? plan.volume : 0);
   video_ = video;

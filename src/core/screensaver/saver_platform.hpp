@@ -8,6 +8,7 @@
 
 #include "core/rendering/crop_rect.hpp"
 #include "core/rendering/fit_mode.hpp"
+#include "core/rendering/trim_range.hpp"
 #include "core/rendering/video_fit.hpp"
 #include "core/support/paths.hpp"
 
@@ -18,6 +19,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -41,8 +43,19 @@ struct PixelSize {
 struct Filters {
   std::optional<std::array<std::array<double, 4>, 5>> colorMatrix;
   double sharpen = 0;
+
+  // What every engine's `appearanceFilters` gives: the matrix unless dim and saturation are
+  // neutral, sharpening when asked for; nothing at all when neither applies.
+  static std::optional<Filters> forAppearance(double dim, double saturation, double sharpen);
   bool operator==(const Filters&) const = default;
 };
+
+// The mean relative luminance of a normalised region of a BGRA frame, every `step`-th
+// pixel each way, with the step chosen so that about 64k pixels are read however large the
+// frame: what every engine's `sampleLuminances` and `frameLuminances` compute. A region
+// outside the frame, or an empty frame, reads as the whole frame / 0.
+double regionLuminance(std::span<const std::uint8_t> bgra, std::int64_t width, std::int64_t height, std::int64_t stride,
+                       const FitRect& region);
 
 // A compositor layer. Layers are shared: a parent holds its children.
 class Layer {
@@ -159,7 +172,8 @@ class ScreenSurface {
 class MediaFactory {
  public:
   virtual ~MediaFactory() = default;
-  virtual std::shared_ptr<VideoWallpaper> makeVideo(const std::filesystem::path& file) = 0;
+  // Plays the `trim` stretch of the file, looped.
+  virtual std::shared_ptr<VideoWallpaper> makeVideo(const std::filesystem::path& file, const TrimRange& trim) = 0;
   // ImageWallpaper.load: the decoded picture, or one line saying why not.
   virtual std::expected<std::shared_ptr<DecodedImage>, std::string> loadImage(const std::filesystem::path& file) = 0;
   virtual std::shared_ptr<AnimatedWallpaper> makeAnimation(const std::shared_ptr<DecodedImage>& image) = 0;

@@ -38,5 +38,18 @@ TEST(Log, BackendLineCarriesTheSubsystem) {
   EXPECT_EQ(log::formatLine({"app", log::Level::fault, "x"}), "com.vexil.korvalen app fault: x");
 }
 
+// A host's backend receives what no capture takes, redacted like everything else.
+TEST(Log, AnInstalledBackendReceivesUncapturedLines) {
+  std::vector<log::Line> received;
+  log::setBackend([&](const log::Line& line) { received.push_back(line); });
+  log::write("screensaver", log::Level::error, "token=abcdefgh12345 no plan");
+  {
+    log::Capture capture;
+    log::write("screensaver", log::Level::notice, "captured");
+  }
+  log::setBackend(nullptr);
+  EXPECT_EQ(received, (std::vector<log::Line>{{"screensaver", log::Level::error, "token=<redacted> no plan"}}));
+}
+
 }  // namespace
 }  // namespace korvalen

@@ -187,10 +187,7 @@ class FakeSurface : public ScreenSurface {
     return {slot, content};
   }
   std::optional<Filters> appearanceFilters(double dim, double saturation, double sharpen) override {
-    if (dim == 0 && saturation == 1 && sharpen <= 0) {
-      return std::nullopt;
-    }
-    return Filters{std::array<std::array<double, 4>, 5>{}, sharpen};
+    return Filters::forAppearance(dim, saturation, sharpen);
   }
   VideoPlacement placement(const Screen& on, std::int64_t contentWidth, std::int64_t contentHeight, FitMode fit,
                            const std::optional<CropRect>& crop) override {
@@ -265,6 +262,7 @@ class FakeVideo : public VideoWallpaper {
   }
 
   std::filesystem::path file;
+  TrimRange trim;
   std::weak_ptr<FakeLayer> layer;
   bool playing = false;
   bool stopped = false;
@@ -323,8 +321,9 @@ class FakeAnimation : public AnimatedWallpaper {
 class FakeMedia : public MediaFactory {
  public:
   FakeMedia(FakeLoop& loop, Events& events) : loop_(loop), events_(events) {}
-  std::shared_ptr<VideoWallpaper> makeVideo(const std::filesystem::path& file) override {
+  std::shared_ptr<VideoWallpaper> makeVideo(const std::filesystem::path& file, const TrimRange& trim) override {
     auto video = std::make_shared<FakeVideo>(file, loop_, events_, videoSize);
+    video->trim = trim;
     video->luminanceAt = luminanceAt;
     videos.push_back(video);
     return video;

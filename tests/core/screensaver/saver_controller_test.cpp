@@ -314,6 +314,8 @@ TEST_F(SaverControllerTest, AVideoGetsTheMirrorFiltersRateAndSound) {
   auto shown = content(WallpaperKind::video, "clip.mp4");
   shown.mirrorHorizontal = true;
   shown.sharpen = 0.4;
+  shown.trimStart = 2;
+  shown.trimEnd = 7.5;
   auto made = plan(shown);
   made.rate = 2.5;  // never faster than normal
   made.sound = true;
@@ -328,6 +330,7 @@ TEST_F(SaverControllerTest, AVideoGetsTheMirrorFiltersRateAndSound) {
   EXPECT_EQ(content().filters->sharpen, 0.4);
   EXPECT_EQ(lastVideo()->rate(), 1.0);
   EXPECT_EQ(lastVideo()->soundLevel(), 0.3);
+  EXPECT_EQ(lastVideo()->trim, (TrimRange{2, 7.5}));
   made.sound = false;
   made.rate = 0.01;
   made.dim = 0;
