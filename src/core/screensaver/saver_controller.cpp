@@ -41,12 +41,16 @@ std::string SaverController::freshMark() {
 }
 
 std::shared_ptr<SaverController> SaverController::make(Platform platform, std::string mark) {
-  std::shared_ptr<SaverController> controller(new SaverController(std::move(platform), std::move(mark)));
+  auto controller = makeDecoded(std::move(platform), std::move(mark));
   auto& view = controller->platform_.view;
   view.prepareLayer();
   view.setAnimationTimeInterval(animationTimeInterval);
   controller->notice(fmt::format("made, preview {}", view.isPreview()));
   return controller;
+}
+
+std::shared_ptr<SaverController> SaverController::makeDecoded(Platform platform, std::string mark) {
+  return std::shared_ptr<SaverController>(new SaverController(std::move(platform), std::move(mark)));
 }
 
 SaverController::SaverController(Platform platform, std::string mark)

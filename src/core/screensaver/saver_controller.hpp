@@ -35,6 +35,8 @@ class SaverController : public std::enable_shared_from_this<SaverController> {
 
   // The host's initialiser has run: prepares the view's layer and logs "made".
   static std::shared_ptr<SaverController> make(Platform platform, std::string mark = freshMark());
+  // The host's decoding initialiser has run: the same state, but no layer set-up and no line.
+  static std::shared_ptr<SaverController> makeDecoded(Platform platform, std::string mark = freshMark());
 
   SaverController(const SaverController&) = delete;
   SaverController& operator=(const SaverController&) = delete;

@@ -108,6 +108,15 @@ TEST_F(SaverControllerTest, MadePreparesTheLayerAndSaysSo) {
   EXPECT_EQ(SaverController::freshMark().size(), 6U);
 }
 
+TEST_F(SaverControllerTest, MadeByTheDecodingInitialiserTouchesNothing) {
+  auto decoded = SaverController::makeDecoded(
+      Platform{view, surface, identity, media, loop, [](std::string_view) { return std::nullopt; }, nullptr}, "DEC0DE");
+  EXPECT_FALSE(view.prepared);
+  EXPECT_TRUE(capture.lines().empty());
+  EXPECT_FALSE(decoded->polling());
+  EXPECT_EQ(decoded->mark(), "DEC0DE");
+}
+
 TEST_F(SaverControllerTest, ThePlanIsFoundByTheVariableElseUnderTheRecordedHome) {
   make();
   environment["KORVALEN_SAVER_PLAN"] = "relative/odd plan.json";
