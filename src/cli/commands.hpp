@@ -6,6 +6,7 @@
 #include "core/library/playlist_scheduler.hpp"
 #include "core/rendering/video_fit.hpp"
 #include "core/screensaver/saver_plan.hpp"
+#include "engine/flash_check.hpp"
 
 #include <CLI/CLI.hpp>
 
@@ -52,28 +53,8 @@ struct Simulation {
 std::vector<PlaylistState> simulatePlaylist(const Simulation& simulation);
 // "2026-05-01 07:30 CEST  sunrise  (scheduled)".
 std::string describeChange(const PlaylistState& state, const TimeZone& zone);
-// How `flash check` measures.
-struct FlashCheck {
-  CropRect region = CropRect::wholeFrame();
-  std::int64_t step = 1;
-  double rate = 1;
-};
-
-struct FlashReport {
-  std::string kind;  // "video", "animation" or "still"
-  bool flashes = false;
-  std::int64_t peakFlashesPerSecond = 0;
-  std::optional<double> firstViolationSeconds;
-  std::int64_t frames = 0;
-  std::int64_t width = 0;
-  std::int64_t height = 0;
-  double seconds = 0;  // wall time of the analysis
-};
-
-// Decodes `file` with ffmpeg and judges it; `progress` hears (frames, media seconds).
-[[nodiscard]] std::expected<FlashReport, std::string> checkForFlashes(
-    const std::filesystem::path& ffmpeg, const std::filesystem::path& file, const FlashCheck& check,
-    const std::function<void(std::int64_t, double)>& progress);
+using engine::FlashCheck;
+using engine::FlashReport;
 std::string describeFlashReport(const std::string& name, const FlashReport& report);
 // ffmpeg from --ffmpeg or PATH; a missing one is a failure that says how to get it.
 std::filesystem::path locateFfmpeg(const std::string& given, const Context& context);

@@ -152,7 +152,7 @@ void showFlashCheck(std::ostream& out, const std::filesystem::path& folder, cons
       out << "  " << name << ": could not be made with ffmpeg\n";
       continue;
     }
-    const auto report = checkForFlashes(*ffmpeg, path, FlashCheck{}, nullptr);
+    const auto report = engine::checkForFlashes(path, FlashCheck{});
     if (!report) {
       out << "  " << report.error() << "\n";
       continue;

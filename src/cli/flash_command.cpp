@@ -2,8 +2,8 @@
 // second, measured on its real decoded frames.
 #include "cli/arguments.hpp"
 #include "cli/commands.hpp"
-#include "core/playback/flash_analyzer.hpp"
-#include "engine/video_frames.hpp"
+#include "engine/flash_check.hpp"
+#include "engine/process.hpp"
 
 #include <fmt/format.h>
 
@@ -12,97 +12,6 @@
 #include <ostream>
 
 namespace korvalen::cli {
-namespace {
-
-// Codecs of pictures that loop: judged as a whole loop, the way the screensaver does.
-bool isAnimatedImage(const std::string& codec) {
-  return codec == "gif" || codec == "apng" || codec == "webp";
-}
-
-struct PixelRegion {
-  std::int64_t x = 0;
-  std::int64_t y = 0;
-  std::int64_t width = 0;
-  std::int64_t height = 0;
-};
-
-// The normalised region in whole pixels, at least one each way.
-PixelRegion pixelRegion(const CropRect& region, std::int64_t width, std::int64_t height) {
-  const auto edge = [](double fraction, std::int64_t size, bool up) {
-    const double scaled = fraction * static_cast<double>(size);
-    return std::clamp(static_cast<std::int64_t>(up ? std::ceil(scaled) : std::floor(scaled)), std::int64_t{0}, size);
-  };
-  const auto left = std::min(edge(region.x, width, false), width - 1);
-  const auto top = std::min(edge(region.y, height, false), height - 1);
-  const auto right = std::max(edge(region.right(), width, true), left + 1);
-  const auto bottom = std::max(edge(region.bottom(), height, true), top + 1);
-  return {left, top, right - left, bottom - top};
-}
-
-}  // namespace
-
-std::expected<FlashReport, std::string> checkForFlashes(const std::filesystem::path& ffmpeg,
-                                                        const std::filesystem::path& file, const FlashCheck& check,
-                                                        const std::function<void(std::int64_t, double)>& progress) {
-  const auto started = std::chrono::steady_clock::now();
-  auto frames = engine::VideoFrames::open(ffmpeg, file);
-  if (!frames) {
-    return std::unexpected(frames.error());
-  }
-  FlashReport report;
-  FlashAnalyzer analyzer;
-  std::vector<double> luminances;
-  std::vector<double> times;
-  const bool animation = isAnimatedImage(frames->codec());
-  std::optional<PixelRegion> region;
-  while (true) {
-    auto more = frames->next();
-    if (!more) {
-      return std::unexpected(more.error());
-    }
-    if (!*more) {
-      break;
-    }
-    if (!region) {
-      region = pixelRegion(check.region, frames->width(), frames->height());
-      report.width = frames->width();
-      report.height = frames->height();
-    }
-    const auto offset = static_cast<std::size_t>(region->y * frames->stride() + region->x * 4);
-    const double luminance = FlashAnalyzer::meanLuminance(frames->pixels().subspan(offset), region->width,
-                                                          region->height, frames->stride(), check.step);
-    const double at = frames->seconds() / check.rate;
-    luminances.push_back(luminance);
-    times.push_back(at);
-    if (!animation && analyzer.observe(at, luminance) && !report.firstViolationSeconds) {
-      report.firstViolationSeconds = at;
-    }
-    ++report.frames;
-    if (progress) {
-      progress(report.frames, frames->seconds());
-    }
-  }
-  report.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
-  if (animation && luminances.size() >= 2) {
-    // Each frame shows until the next; the last until the end of the loop.
-    std::vector<double> delays;
-    for (std::size_t i = 1; i < times.size(); ++i) {
-      delays.push_back((times[i] - times[i - 1]) * check.rate);
-    }
-    const double end = frames->duration().value_or(0);
-    const double last = end - times.back() * check.rate;
-    delays.push_back(last > 0 ? last : delays.back());
-    const auto judged = FlashAnalyzer::judgeLoop(luminances, delays, check.rate);
-    report.kind = "animation";
-    report.flashes = judged.violated;
-    report.peakFlashesPerSecond = judged.peak;
-  } else {
-    report.kind = luminances.size() < 2 ? "still" : "video";
-    report.flashes = analyzer.violated();
-    report.peakFlashesPerSecond = analyzer.peakFlashesPerSecond();
-  }
-  return report;
-}
 
 std::string describeFlashReport(const std::string& name, const FlashReport& report) {
   std::string verdict = report.flashes
@@ -128,7 +37,7 @@ std::filesystem::path locateFfmpeg(const std::string& given, const Context& cont
 
 void addFlashCommands(CLI::App& app, Context& context, Action& action) {
   struct Options {
-    std::string file, region, step = "1", rate = "1", ffmpeg;
+    std::string file, region, step = "1", rate = "1";
     bool asJson = false;
   };
   auto options = std::make_shared<Options>();
@@ -138,7 +47,6 @@ void addFlashCommands(CLI::App& app, Context& context, Action& action) {
   check->add_option("--region", options->region, "X,Y,W,H: measure only this part of the frame (fractions)");
   check->add_option("--step", options->step, "Sample every Nth pixel of every Nth row (default 1: all)");
   check->add_option("--rate", options->rate, "Playback speed (default 1)");
-  check->add_option("--ffmpeg", options->ffmpeg, "The ffmpeg executable (default: ffmpeg on PATH)");
   check->add_flag("--json", options->asJson, "Machine-readable output");
   check->callback([&context, &action, options] {
     action = [&context, options] {
@@ -152,7 +60,6 @@ void addFlashCommands(CLI::App& app, Context& context, Action& action) {
         throw UsageError(fmt::format("--step: expected a whole number from 1 to 64, got \"{}\"", o.step));
       }
       settings.rate = parseInRange(o.rate, "--rate", 0.01, 100);
-      const auto ffmpeg = locateFfmpeg(o.ffmpeg, context);
       auto lastShown = std::chrono::steady_clock::now();
       const auto progress = [&](std::int64_t frames, double seconds) {
         const auto now = std::chrono::steady_clock::now();
@@ -161,9 +68,8 @@ void addFlashCommands(CLI::App& app, Context& context, Action& action) {
           lastShown = now;
         }
       };
-      auto report =
-          checkForFlashes(ffmpeg, o.file, settings,
-                          context.interactive ? std::function<void(std::int64_t, double)>(progress) : nullptr);
+      auto report = engine::checkForFlashes(
+          o.file, settings, context.interactive ? std::function<void(std::int64_t, double)>(progress) : nullptr);
       if (context.interactive) {
         context.err << "\r\033[K" << std::flush;
       }

@@ -51,20 +51,23 @@ std::vector<int> frameNumbers(const std::filesystem::path& ffmpeg, const std::fi
     if (!more || !*more) {
       return numbers;
     }
-    // The mean green level of each half, away from the edge between them.
-    const auto pixels = frames->pixels();
-    const auto digit = [&](int from, int to) {
-      double sum = 0;
-      for (int y = 0; y < height; ++y) {
-        for (int x = from; x < to; ++x) {
-          sum += pixels[(static_cast<std::size_t>(y) * width + static_cast<std::size_t>(x)) * 4 + 1];
-        }
-      }
-      const double mean = sum / ((to - from) * height);
-      return static_cast<int>(std::lround((mean - firstLevel) / levelStep));
-    };
-    numbers.push_back(digit(0, width / 2 - 4) * 16 + digit(width / 2 + 4, width));
+    numbers.push_back(numberInFrame(frames->pixels().data(), frames->stride()));
   }
+}
+
+int numberInFrame(const std::uint8_t* pixels, std::int64_t stride) {
+  // The mean green level of each half, away from the edge between them.
+  const auto digit = [&](int from, int to) {
+    double sum = 0;
+    for (int y = 0; y < height; ++y) {
+      for (int x = from; x < to; ++x) {
+        sum += pixels[static_cast<std::size_t>(y * stride + x * 4 + 1)];
+      }
+    }
+    const double mean = sum / ((to - from) * height);
+    return static_cast<int>(std::lround((mean - firstLevel) / levelStep));
+  };
+  return digit(0, width / 2 - 4) * 16 + digit(width / 2 + 4, width);
 }
 
 }  // namespace korvalen::testing

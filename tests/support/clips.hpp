@@ -2,6 +2,7 @@
 // gets the indices back, so that tests can check which frames a file holds and in what order.
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -14,6 +15,9 @@ std::filesystem::path ffmpegOnPath();
 // `frames` frames at `rate` per second, 64×48, H.264. Frame n shows two grey halves whose
 // levels spell n in base 16, so up to 256 frames can be told apart after lossy encoding.
 void makeNumberedClip(const std::filesystem::path& ffmpeg, const std::filesystem::path& path, int frames, int rate);
+
+// The index a 64x48 BGRA frame made by `makeNumberedClip` carries.
+int numberInFrame(const std::uint8_t* bgra, std::int64_t stride);
 
 // The index carried by each frame of a clip made by `makeNumberedClip`, in decoding order.
 std::vector<int> frameNumbers(const std::filesystem::path& ffmpeg, const std::filesystem::path& path);

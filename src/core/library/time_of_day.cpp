@@ -77,7 +77,8 @@ Result<TimeOfDay> Coding<TimeOfDay>::decode(const Json& json, const Options& opt
   if (!in.finish()) {
     return std::unexpected(Error{"", "not a time of day"});
   }
-  if (time.hour >= 24 || time.minute >= 60) {
+  // Negative values too: written back as "-2:00", they could never be read again.
+  if (time.hour < 0 || time.hour >= 24 || time.minute < 0 || time.minute >= 60) {
     return std::unexpected(Error{"", "not a time of day"});
   }
   return time;

@@ -1,0 +1,472 @@
+// MediaDecoder on the FFmpeg libraries (libavformat, libavcodec, libswscale).
+#include "engine/media_decoder.hpp"
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
+#include <libavutil/imgutils.h>
+#include <libavutil/pixdesc.h>
+#include <libswscale/swscale.h>
+}
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <condition_variable>
+#include <deque>
+#include <mutex>
+#include <thread>
+
+namespace korvalen::engine {
+namespace {
+
+std::string errorText(int code) {
+  std::array<char, AV_ERROR_MAX_STRING_SIZE> text{};
+  av_strerror(code, text.data(), text.size());
+  return text.data();
+}
+
+// The libraries' own chatter would land on the user's terminal; our errors say what matters.
+void quietLibraries() {
+  static std::once_flag once;
+  std::call_once(once, [] { av_log_set_level(AV_LOG_QUIET); });
+}
+
+struct FormatCloser {
+  void operator()(AVFormatContext* format) const { avformat_close_input(&format); }
+};
+struct CodecCloser {
+  void operator()(AVCodecContext* codec) const { avcodec_free_context(&codec); }
+};
+struct PacketFreer {
+  void operator()(AVPacket* packet) const { av_packet_free(&packet); }
+};
+struct FrameFreer {
+  void operator()(AVFrame* frame) const { av_frame_free(&frame); }
+};
+struct ScalerFreer {
+  void operator()(SwsContext* scaler) const { sws_freeContext(scaler); }
+};
+
+// An opened file: its container, the chosen video stream and its decoder.
+struct Opened {
+  std::unique_ptr<AVFormatContext, FormatCloser> format;
+  std::unique_ptr<AVCodecContext, CodecCloser> codec;
+  int stream = -1;
+};
+
+std::expected<Opened, std::string> openFile(const std::filesystem::path& file) {
+  const auto name = file.string();
+  AVFormatContext* raw = nullptr;
+  // A "file:" URL, so a name with a colon is never taken for a protocol.
+  if (const int opened = avformat_open_input(&raw, ("file:" + name).c_str(), nullptr, nullptr); opened < 0) {
+    if (opened == AVERROR(ENOENT)) {
+      return std::unexpected(fmt::format("{}: there is no such file", name));
+    }
+    if (opened == AVERROR_INVALIDDATA) {
+      return std::unexpected(fmt::format("{}: it is not a video or picture that can be read", name));
+    }
+    return std::unexpected(fmt::format("{}: it could not be opened ({})", name, errorText(opened)));
+  }
+  Opened result;
+  result.format.reset(raw);
+  if (const int found = avformat_find_stream_info(raw, nullptr); found < 0) {
+    return std::unexpected(fmt::format("{}: it is not media that can be read ({})", name, errorText(found)));
+  }
+  const AVCodec* decoder = nullptr;
+  result.stream = av_find_best_stream(raw, AVMEDIA_TYPE_VIDEO, -1, -1, &decoder, 0);
+  if (result.stream < 0 || decoder == nullptr) {
+    return std::unexpected(fmt::format("{}: it has no video or picture in it", name));
+  }
+  result.codec.reset(avcodec_alloc_context3(decoder));
+  if (!result.codec || avcodec_parameters_to_context(result.codec.get(), raw->streams[result.stream]->codecpar) < 0) {
+    return std::unexpected(fmt::format("{}: its video could not be prepared for decoding", name));
+  }
+  result.codec->thread_count = 0;  // as many as the machine has, as ffmpeg itself does
+  if (const int ready = avcodec_open2(result.codec.get(), decoder, nullptr); ready < 0) {
+    return std::unexpected(
+        fmt::format("{}: its {} video cannot be decoded ({})", name, decoder->name, errorText(ready)));
+  }
+  return result;
+}
+
+bool isAnimatedImage(std::string_view codec) {
+  return codec == "gif" || codec == "apng" || codec == "webp";
+}
+
+// The region in whole source pixels, its origin aligned to the chroma grid of `pixels` so
+// planes can be cropped by moving their start, at least one pixel each way.
+struct Crop {
+  int x = 0;
+  int y = 0;
+  int width = 1;
+  int height = 1;
+};
+
+Crop cropFor(const FitRect& region, int width, int height, const AVPixFmtDescriptor* pixels) {
+  const auto edge = [](double fraction, int size, bool up) {
+    const double scaled = std::isfinite(fraction) ? std::clamp(fraction, 0.0, 1.0) * size : 0.0;
+    return static_cast<int>(up ? std::ceil(scaled) : std::floor(scaled));
+  };
+  const int alignX = pixels != nullptr ? 1 << pixels->log2_chroma_w : 1;
+  const int alignY = pixels != nullptr ? 1 << pixels->log2_chroma_h : 1;
+  Crop crop;
+  crop.x = std::min(edge(region.x, width, false), width - 1) / alignX * alignX;
+  crop.y = std::min(edge(region.y, height, false), height - 1) / alignY * alignY;
+  crop.width = std::max(edge(region.x + region.width, width, true), crop.x + 1) - crop.x;
+  crop.height = std::max(edge(region.y + region.height, height, true), crop.y + 1) - crop.y;
+  crop.width = std::min(crop.width, width - crop.x);
+  crop.height = std::min(crop.height, height - crop.y);
+  return crop;
+}
+
+}  // namespace
+
+struct MediaDecoder::State {
+  std::filesystem::path file;
+  DecoderOptions options;
+  MediaInfo info;
+  Opened opened;
+  AVRational timeBase{1, 1};
+  std::int64_t firstPts = 0;
+  double frameSeconds = 0;  // a frame's duration when the file gives none
+  std::unique_ptr<AVPacket, PacketFreer> packet{av_packet_alloc()};
+  std::unique_ptr<AVFrame, FrameFreer> decoded{av_frame_alloc()};
+  std::unique_ptr<SwsContext, ScalerFreer> scaler;
+
+  std::mutex mutex;
+  std::condition_variable changed;
+  std::deque<DecodedFrame> ready;
+  std::vector<std::vector<std::uint8_t>> spare;
+  std::optional<double> seekTo;
+  bool ended = false;
+  bool stopping = false;
+  std::optional<std::string> error;
+  std::thread worker;
+
+  // Worker-only.
+  std::int64_t index = 0;
+  std::int64_t pass = 0;
+  std::int64_t delivered = 0;
+  double skipBefore = 0;
+  std::optional<double> lastSeconds;
+  bool rewoundBySeek = false;
+
+  ~State() { finish(); }
+  State() = default;
+  State(const State&) = delete;
+  State& operator=(const State&) = delete;
+
+  void finish() {
+    {
+      std::lock_guard lock(mutex);
+      stopping = true;
+    }
+    changed.notify_all();
+    if (worker.joinable()) {
+      worker.join();
+    }
+  }
+
+  [[nodiscard]] double stretchEnd() const {
+    const double end = options.end;
+    return end > options.start ? end : std::numeric_limits<double>::infinity();
+  }
+
+  // Back to `seconds` in the file: a seek when the container allows it, else opened again.
+  // Some containers (MPEG-TS) seek by guessing a byte position and may land past the end;
+  // a pass that then finds nothing opens the file again instead (`reopen`).
+  bool rewind(double seconds, bool reopen = false) {
+    const auto target = firstPts + static_cast<std::int64_t>(std::floor(seconds / av_q2d(timeBase)));
+    rewoundBySeek = false;
+    if (!reopen && av_seek_frame(opened.format.get(), opened.stream, target, AVSEEK_FLAG_BACKWARD) >= 0) {
+      avcodec_flush_buffers(opened.codec.get());
+      rewoundBySeek = true;
+      return true;
+    }
+    auto again = openFile(file);
+    if (!again) {
+      return false;
+    }
+    opened = std::move(*again);
+    if (seconds > 0) {
+      av_seek_frame(opened.format.get(), opened.stream, target, AVSEEK_FLAG_BACKWARD);
+    }
+    return true;
+  }
+
+  // Converts the decoded frame and queues it; false when the worker is to stop or seek.
+  bool deliver(const AVFrame& frame, double seconds, double duration) {
+    std::vector<std::uint8_t> pixels;
+    {
+      std::unique_lock lock(mutex);
+      changed.wait(lock, [&] { return stopping || seekTo || ready.size() < options.queue; });
+      if (stopping || seekTo) {
+        return false;
+      }
+      if (!spare.empty()) {
+        pixels = std::move(spare.back());
+        spare.pop_back();
+      }
+    }
+    const auto format = static_cast<AVPixelFormat>(frame.format);
+    const auto* layout = av_pix_fmt_desc_get(format);
+    const auto crop = cropFor(options.region, frame.width, frame.height, layout);
+    const int width = options.width > 0 ? static_cast<int>(options.width) : crop.width;
+    const int height = options.height > 0 ? static_cast<int>(options.height) : crop.height;
+    // Same size: an unscaled conversion, which swscale does fastest and exactly.
+    const int method = width == crop.width && height == crop.height ? SWS_POINT : SWS_BILINEAR;
+    scaler.reset(sws_getCachedContext(scaler.release(), crop.width, crop.height, format, width, height, AV_PIX_FMT_BGRA,
+                                      method, nullptr, nullptr, nullptr));
+    if (!scaler || layout == nullptr) {
+      std::lock_guard lock(mutex);
+      error = fmt::format("{}: its {} pictures cannot be converted", file.string(), av_get_pix_fmt_name(format));
+      return false;
+    }
+    std::array<const std::uint8_t*, 4> source{};
+    const int planes = av_pix_fmt_count_planes(format);
+    for (int plane = 0; plane < 4; ++plane) {
+      source[static_cast<std::size_t>(plane)] = frame.data[plane];
+      if (plane >= planes || frame.data[plane] == nullptr) {
+        continue;  // a palette, or nothing
+      }
+      const bool chroma = (plane == 1 || plane == 2) && (layout->flags & AV_PIX_FMT_FLAG_RGB) == 0;
+      const int rows = chroma ? crop.y >> layout->log2_chroma_h : crop.y;
+      const int bytes = crop.x > 0 ? av_image_get_linesize(format, crop.x, plane) : 0;
+      source[static_cast<std::size_t>(plane)] +=
+          static_cast<std::ptrdiff_t>(rows) * frame.linesize[plane] + std::max(bytes, 0);
+    }
+    pixels.resize(static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * 4);
+    std::array<std::uint8_t*, 4> target{pixels.data(), nullptr, nullptr, nullptr};
+    std::array<int, 4> targetStride{width * 4, 0, 0, 0};
+    sws_scale(scaler.get(), source.data(), frame.linesize, 0, crop.height, target.data(), targetStride.data());
+
+    DecodedFrame made{std::move(pixels), width, height, seconds, duration, index++, pass};
+    {
+      std::lock_guard lock(mutex);
+      if (stopping || seekTo) {
+        spare.push_back(std::move(made.pixels));
+        return false;
+      }
+      ready.push_back(std::move(made));
+      ++delivered;
+    }
+    changed.notify_all();
+    return true;
+  }
+
+  enum class Step { go, stop, endOfStretch };
+
+  // One decoded frame: skipped before the stretch, the end after it, otherwise delivered.
+  Step take(const AVFrame& frame) {
+    std::int64_t pts = frame.best_effort_timestamp;
+    double seconds = 0;
+    double duration =
+        frame.pkt_duration > 0 ? static_cast<double>(frame.pkt_duration) * av_q2d(timeBase) : frameSeconds;
+    if (pts != AV_NOPTS_VALUE) {
+      seconds = static_cast<double>(pts - firstPts) * av_q2d(timeBase);
+    } else {
+      seconds = lastSeconds ? *lastSeconds + duration : 0;
+    }
+    if (seconds + 1e-6 < skipBefore) {
+      return Step::go;
+    }
+    if (seconds >= stretchEnd() - 1e-6) {
+      return Step::endOfStretch;
+    }
+    lastSeconds = seconds;
+    return deliver(frame, seconds, duration) ? Step::go : Step::stop;
+  }
+
+  // Feeds one packet (or the end) and takes what the decoder gives back.
+  Step feed(const AVPacket* input) {
+    if (avcodec_send_packet(opened.codec.get(), input) < 0 && input != nullptr) {
+      return Step::go;  // a damaged packet: go on with the next, as players do
+    }
+    while (true) {
+      const int received = avcodec_receive_frame(opened.codec.get(), decoded.get());
+      if (received < 0) {
+        return Step::go;
+      }
+      const auto step = take(*decoded);
+      av_frame_unref(decoded.get());
+      if (step != Step::go) {
+        return step;
+      }
+    }
+  }
+
+  // The end of a pass: another from the stretch's start when looping, else the end.
+  bool nextPass() {
+    if (index == 0 && rewoundBySeek && rewind(options.start, true)) {
+      // The seek found nothing: the same pass again, from a freshly opened file.
+      skipBefore = options.start;
+      lastSeconds.reset();
+      return true;
+    }
+    if (!options.loop || index == 0 || !rewind(options.start)) {
+      std::lock_guard lock(mutex);
+      ended = true;
+      if (delivered == 0 && !error) {
+        error = fmt::format("{}: no picture in it could be decoded", file.string());
+      }
+      changed.notify_all();
+      return false;
+    }
+    ++pass;
+    index = 0;
+    skipBefore = options.start;
+    lastSeconds.reset();
+    return true;
+  }
+
+  void run() {
+    skipBefore = options.start;
+    if (options.start > 0) {
+      rewind(options.start);
+    }
+    while (true) {
+      {
+        std::unique_lock lock(mutex);
+        if (stopping) {
+          return;
+        }
+        if (seekTo) {
+          const double target = std::max(*seekTo, options.start);
+          seekTo.reset();
+          ended = false;
+          lock.unlock();
+          rewind(target);
+          skipBefore = target;
+          lastSeconds.reset();
+          continue;
+        }
+      }
+      Step step = Step::go;
+      const int read = av_read_frame(opened.format.get(), packet.get());
+      if (read < 0) {
+        step = feed(nullptr);  // drain what the decoder holds
+        if (step == Step::go) {
+          step = Step::endOfStretch;
+        }
+      } else {
+        if (packet->stream_index == opened.stream) {
+          step = feed(packet.get());
+        }
+        av_packet_unref(packet.get());
+      }
+      if (step == Step::endOfStretch && !nextPass()) {
+        // Wait: a seek may start it again.
+        std::unique_lock lock(mutex);
+        changed.wait(lock, [&] { return stopping || seekTo.has_value(); });
+      }
+    }
+  }
+};
+
+MediaDecoder::MediaDecoder(std::unique_ptr<State> state) : state_(std::move(state)) {}
+
+MediaDecoder::~MediaDecoder() {
+  stop();
+}
+
+std::expected<std::unique_ptr<MediaDecoder>, std::string> MediaDecoder::open(const std::filesystem::path& file,
+                                                                             const DecoderOptions& options) {
+  quietLibraries();
+  auto opened = openFile(file);
+  if (!opened) {
+    return std::unexpected(opened.error());
+  }
+  auto state = std::make_unique<State>();
+  state->file = file;
+  state->options = options;
+  state->options.queue = std::max<std::size_t>(options.queue, 1);
+  state->opened = std::move(*opened);
+  const AVStream* stream = state->opened.format->streams[state->opened.stream];
+  state->timeBase = stream->time_base;
+  state->firstPts = stream->start_time != AV_NOPTS_VALUE ? stream->start_time : 0;
+  const AVRational rate = stream->avg_frame_rate.num > 0 ? stream->avg_frame_rate : stream->r_frame_rate;
+  state->frameSeconds = rate.num > 0 && rate.den > 0 ? av_q2d(av_inv_q(rate)) : 0.1;
+  auto& info = state->info;
+  info.width = stream->codecpar->width;
+  info.height = stream->codecpar->height;
+  info.codec = avcodec_get_name(stream->codecpar->codec_id);
+  info.animatedImage = isAnimatedImage(info.codec);
+  if (stream->duration != AV_NOPTS_VALUE && stream->duration > 0) {
+    info.duration = static_cast<double>(stream->duration) * av_q2d(stream->time_base);
+  } else if (state->opened.format->duration != AV_NOPTS_VALUE && state->opened.format->duration > 0) {
+    info.duration = static_cast<double>(state->opened.format->duration) / AV_TIME_BASE;
+  }
+  if (info.width < 1 || info.height < 1) {
+    return std::unexpected(fmt::format("{}: its pictures have no size", file.string()));
+  }
+  auto* raw = state.get();
+  state->worker = std::thread([raw] { raw->run(); });
+  return std::unique_ptr<MediaDecoder>(new MediaDecoder(std::move(state)));
+}
+
+const MediaInfo& MediaDecoder::info() const {
+  return state_->info;
+}
+
+std::expected<bool, std::string> MediaDecoder::tryNext(DecodedFrame& frame) {
+  auto& s = *state_;
+  std::lock_guard lock(s.mutex);
+  if (s.ready.empty()) {
+    if (s.error && s.ended) {
+      return std::unexpected(*s.error);
+    }
+    return false;
+  }
+  if (!frame.pixels.empty()) {
+    s.spare.push_back(std::move(frame.pixels));
+  }
+  frame = std::move(s.ready.front());
+  s.ready.pop_front();
+  s.changed.notify_all();
+  return true;
+}
+
+std::expected<bool, std::string> MediaDecoder::next(DecodedFrame& frame) {
+  auto& s = *state_;
+  {
+    std::unique_lock lock(s.mutex);
+    s.changed.wait(lock, [&] { return !s.ready.empty() || s.ended || s.stopping; });
+    if (s.ready.empty()) {
+      if (s.error) {
+        return std::unexpected(*s.error);
+      }
+      return false;
+    }
+  }
+  return tryNext(frame);
+}
+
+bool MediaDecoder::finished() const {
+  std::lock_guard lock(state_->mutex);
+  return state_->ended && state_->ready.empty();
+}
+
+void MediaDecoder::seek(double seconds) {
+  auto& s = *state_;
+  {
+    std::lock_guard lock(s.mutex);
+    s.seekTo = std::isfinite(seconds) ? std::max(seconds, 0.0) : 0.0;
+    for (auto& dropped : s.ready) {
+      s.spare.push_back(std::move(dropped.pixels));
+    }
+    s.ready.clear();
+    s.ended = false;
+  }
+  s.changed.notify_all();
+}
+
+void MediaDecoder::stop() {
+  if (state_) {
+    state_->finish();
+  }
+}
+
+}  // namespace korvalen::engine

@@ -1,0 +1,89 @@
+// Decoding a video or animated picture in-process: a worker thread decodes into a small
+// bounded queue, and each frame is cropped, scaled and converted to BGRA in one pass,
+// straight to the region and size that will be used, so no frame is converted twice. Frame
+// times and durations are the file's own (GIF and animated PNG delays included). A stretch
+// of the file can be played, once or looped; the decoder can seek; `stop` (and the
+// destructor) joins the thread and frees everything. Errors are one line naming the file.
+//
+// Thread: one consumer thread; the decoding thread is the decoder's own.
+#pragma once
+
+#include "core/rendering/video_fit.hpp"
+
+#include <cstdint>
+#include <expected>
+#include <filesystem>
+#include <limits>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace korvalen::engine {
+
+struct MediaInfo {
+  std::int64_t width = 0;  // the picture as stored, in pixels
+  std::int64_t height = 0;
+  std::optional<double> duration;  // seconds, when the file says
+  std::string codec;               // "h264", "gif", "apng", ...
+  // A looping picture format (GIF, animated PNG, WebP): judged as a loop, not as a stream.
+  bool animatedImage = false;
+};
+
+struct DecodedFrame {
+  std::vector<std::uint8_t> pixels;  // BGRA, rows `width * 4` bytes apart
+  std::int64_t width = 0;
+  std::int64_t height = 0;
+  double seconds = 0;      // presentation time from the start of the file
+  double duration = 0;     // how long it shows at rate 1
+  std::int64_t index = 0;  // from 0 in each pass over the stretch
+  std::int64_t pass = 0;   // 0 on the first pass, 1 after the first loop, ...
+
+  [[nodiscard]] std::int64_t stride() const { return width * 4; }
+};
+
+struct DecoderOptions {
+  // The part of the picture to convert, normalised.
+  FitRect region = FitRect::unit();
+  // The output size; 0 takes the region's own size in pixels.
+  std::int64_t width = 0;
+  std::int64_t height = 0;
+  // The stretch to play, in seconds of the file; an end at or before the start, or beyond
+  // the file, runs to its end.
+  double start = 0;
+  double end = std::numeric_limits<double>::infinity();
+  bool loop = false;
+  // Frames decoded ahead of the consumer.
+  std::size_t queue = 3;
+};
+
+class MediaDecoder {
+ public:
+  [[nodiscard]] static std::expected<std::unique_ptr<MediaDecoder>, std::string> open(
+      const std::filesystem::path& file, const DecoderOptions& options = {});
+  ~MediaDecoder();
+  MediaDecoder(const MediaDecoder&) = delete;
+  MediaDecoder& operator=(const MediaDecoder&) = delete;
+
+  [[nodiscard]] const MediaInfo& info() const;
+  // Waits for the next frame and moves it into `frame`, taking `frame`'s old pixels back to
+  // reuse. False at the end of a stretch that does not loop; the error when decoding failed
+  // before any frame could be shown.
+  [[nodiscard]] std::expected<bool, std::string> next(DecodedFrame& frame);
+  // The same without waiting: false when no frame is ready yet.
+  [[nodiscard]] std::expected<bool, std::string> tryNext(DecodedFrame& frame);
+  // Whether the stretch has ended and every frame has been taken.
+  [[nodiscard]] bool finished() const;
+  // Goes on from the first frame at or after `seconds` (within the stretch); frames queued
+  // before are dropped.
+  void seek(double seconds);
+  // Ends decoding: the thread is joined and everything freed. Idempotent.
+  void stop();
+
+ private:
+  struct State;
+  explicit MediaDecoder(std::unique_ptr<State> state);
+  std::unique_ptr<State> state_;
+};
+
+}  // namespace korvalen::engine
