@@ -130,6 +130,58 @@ TEST(FlashAnalyzerLuminance, StrideStepAndBoundsDecideWhatIsRead) {
   EXPECT_EQ(FlashAnalyzer::meanLuminance(view, 2, 2, 12, 1), FlashAnalyzer::meanLuminance(frame, 2, 2, 12, 1));
 }
 
+// The plain computation, pixel by pixel in extended precision, as the reference.
+double plainMeanLuminance(const std::vector<std::uint8_t>& bytes, std::int64_t width, std::int64_t height,
+                          std::int64_t stride, std::int64_t step) {
+  const auto& table = FlashAnalyzer::linear();
+  long double sum = 0;
+  std::int64_t count = 0;
+  for (std::int64_t y = 0; y < height; y += step) {
+    for (std::int64_t x = 0; x < width; x += step) {
+      const auto offset = static_cast<std::size_t>(y * stride + x * 4);
+      if (offset + 2 >= bytes.size()) {
+        break;
+      }
+      sum += 0.0722 * table[bytes[offset]] + 0.7152 * table[bytes[offset + 1]] + 0.2126 * table[bytes[offset + 2]];
+      ++count;
+    }
+  }
+  return count == 0 ? 0 : static_cast<double>(sum / static_cast<long double>(count));
+}
+
+TEST(FlashAnalyzerLuminance, TheFastSumAgreesWithThePlainOneToATrillionth) {
+  struct Frame {
+    const char* name;
+    std::int64_t width;
+    std::int64_t height;
+    std::int64_t stride;
+    std::size_t cut;  // bytes taken away from the end
+    int pattern;      // 0 random, 1 one grey level, 2 dark blue only
+  };
+  std::uint64_t seed = 0x9e3779b97f4a7c15ULL;
+  const auto random = [&seed] {
+    seed ^= seed << 13;
+    seed ^= seed >> 7;
+    seed ^= seed << 17;
+    return static_cast<std::uint8_t>(seed >> 24);
+  };
+  for (const auto& f : std::vector<Frame>{{"4K random", 3840, 2160, 3840 * 4, 0, 0},
+                                          {"4K one grey", 3840, 2160, 3840 * 4, 0, 1},
+                                          {"4K dark blue", 3840, 2160, 3840 * 4, 0, 2},
+                                          {"odd, padded, cut", 1001, 37, 1001 * 4 + 12, 4017, 0},
+                                          {"narrow", 3, 5, 12, 0, 0}}) {
+    std::vector<std::uint8_t> frame(static_cast<std::size_t>(f.stride * f.height) - f.cut);
+    for (std::size_t i = 0; i < frame.size(); ++i) {
+      frame[i] = f.pattern == 0 ? random() : f.pattern == 1 ? 187 : (i % 4 == 0 ? 1 : 0);
+    }
+    for (const std::int64_t step : {1, 2, 3, 7}) {
+      const double plain = plainMeanLuminance(frame, f.width, f.height, f.stride, step);
+      const double fast = FlashAnalyzer::meanLuminance(frame, f.width, f.height, f.stride, step);
+      EXPECT_LE(std::fabs(fast - plain), 1e-12 * std::fabs(plain)) << f.name << " step " << step;
+    }
+  }
+}
+
 TEST(FlashAnalyzerLoop, JudgesTheLoopAcrossItsSeam) {
   EXPECT_EQ(FlashAnalyzer::judgeLoop({0, 1}, {0.1, 0.1}, 1), (FlashAnalyzer::Judgement{true, 5}));
   EXPECT_EQ(FlashAnalyzer::judgeLoop({0, 1}, {0.1, 0.1}, 0), FlashAnalyzer::Judgement{});
