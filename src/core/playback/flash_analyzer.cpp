@@ -73,13 +73,14 @@ namespace {
 
 // Each channel's share of relative luminance per byte value, in fixed point, so a pixel
 // costs three table reads and three integer additions, and the floating-point work happens
-// once per chunk of pixels. Each channel has its own scale, as fine as 64 pixels of its
-// largest share allow in 64 bits: even the darkest blue is then held to about 3e-14 of its
-// value, and sums of chunks are exact.
-constexpr int blueBits = 60;              // 0.0722 of 2^60 is below 2^56.3
-constexpr int greenBits = 56;             // 0.7152 of 2^56 is below 2^55.6
-constexpr int redBits = 58;               // 0.2126 of 2^58 is below 2^55.8
-constexpr std::int64_t chunkPixels = 64;  // 64 of any share stay below 2^62.3
+// at the end. Each channel has its own scale, as fine as 64 pixels of its largest share
+// allow in 64 bits: even the darkest blue is then held to about 3e-14 of its value, and
+// every sum is exact, so the mean is that close to the exact one for any frame.
+constexpr int blueBits = 60;                   // 0.0722 of 2^60 is below 2^56.3
+constexpr int greenBits = 56;                  // 0.7152 of 2^56 is below 2^55.6
+constexpr int redBits = 58;                    // 0.2126 of 2^58 is below 2^55.8
+constexpr std::int64_t chunkPixels = 64;       // 64 of any share stay below 2^62.3
+__extension__ typedef unsigned __int128 Wide;  // g++ and clang both have it
 constexpr double blueUnit = 0x1p-60;
 constexpr double greenUnit = 0x1p-56;
 constexpr double redUnit = 0x1p-58;
@@ -118,7 +119,10 @@ double FlashAnalyzer::meanLuminance(std::span<const std::uint8_t> bytes, std::in
   const auto size = static_cast<std::int64_t>(bytes.size());
   std::int64_t pixelStep = 0;
   KORVALEN_PRECONDITION(!__builtin_mul_overflow(step, std::int64_t{4}, &pixelStep));
-  double total = 0;
+  // The whole frame's sums stay exact: at most 2^56.3 a pixel, far inside 128 bits.
+  Wide blueTotal = 0;
+  Wide greenTotal = 0;
+  Wide redTotal = 0;
   std::int64_t count = 0;
   for (std::int64_t y = 0; y < height; y += step) {
     std::int64_t row = 0;
@@ -139,12 +143,18 @@ double FlashAnalyzer::meanLuminance(std::span<const std::uint8_t> bytes, std::in
         green += w.green[at[1]];
         red += w.red[at[2]];
       }
-      total += static_cast<double>(blue) * blueUnit + static_cast<double>(green) * greenUnit +
-               static_cast<double>(red) * redUnit;
+      blueTotal += blue;
+      greenTotal += green;
+      redTotal += red;
     }
     count += pixels;
   }
-  return count == 0 ? 0 : total / static_cast<double>(count);
+  if (count == 0) {
+    return 0;
+  }
+  const double total = static_cast<double>(blueTotal) * blueUnit + static_cast<double>(greenTotal) * greenUnit +
+                       static_cast<double>(redTotal) * redUnit;
+  return total / static_cast<double>(count);
 }
 
 double FlashAnalyzer::meanLuminance(const std::vector<std::uint8_t>& bytes, std::int64_t width, std::int64_t height,
