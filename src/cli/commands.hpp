@@ -26,6 +26,7 @@ void addSettingsCommands(CLI::App& app, Context& context, Action& action);
 void addFlashCommands(CLI::App& app, Context& context, Action& action);
 void addPolicyCommands(CLI::App& app, Context& context, Action& action);
 void addMediaCommands(CLI::App& app, Context& context, Action& action);
+void addSaverCommand(CLI::App& app, Context& context, Action& action);
 void addPingPongCommands(CLI::App& app, Context& context, Action& action);
 
 // One line: "video /m/a.mp4 fit=fill crop=0.25,0,0.5,1 mirror-h trim=2:end".

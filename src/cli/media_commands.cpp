@@ -8,6 +8,7 @@
 #include "engine/compositor.hpp"
 #include "engine/ffmpeg_file.hpp"
 #include "engine/file_hash.hpp"
+#include "engine/frame_writer.hpp"
 #include "engine/process.hpp"
 
 #include <fmt/format.h>
@@ -53,45 +54,21 @@ int render(const std::string& id, const Size& size, double seconds, double fps, 
   if (!gif && !out.ends_with(".mp4")) {
     throw UsageError(fmt::format("--out: expected a file ending in .gif or .mp4, got \"{}\"", out));
   }
-  std::vector<std::string> arguments{"-v",
-                                     "error",
-                                     "-y",
-                                     "-f",
-                                     "rawvideo",
-                                     "-pix_fmt",
-                                     "bgra",
-                                     "-s",
-                                     fmt::format("{}x{}", size.width, size.height),
-                                     "-r",
-                                     formatNumber(fps),
-                                     "-i",
-                                     "-"};
-  if (gif) {
-    arguments.insert(arguments.end(), {"-vf", "split[a][b];[a]palettegen[p];[b][p]paletteuse"});
-  } else {
-    arguments.insert(arguments.end(), {"-c:v", "libx264", "-pix_fmt", "yuv420p", "-preset", "veryfast"});
-  }
-  arguments.push_back(engine::ffmpegFile(out));
-  auto child = engine::ChildProcess::start(ffmpeg, arguments, engine::ChildProcess::Input::pipe);
-  if (!child) {
-    throw Failure(child.error());
+  auto writer = engine::FrameWriter::start(ffmpeg, out, size.width, size.height, fps);
+  if (!writer) {
+    throw Failure(writer.error());
   }
   const auto outgoing = engine::barsPicture(size.width, size.height);
   const auto incoming = engine::checkerPicture(size.width, size.height);
   const auto frames = std::max<std::int64_t>(static_cast<std::int64_t>(std::lround(seconds * fps)), 2);
-  std::string output;
-  std::string error;
   for (std::int64_t i = 0; i < frames; ++i) {
     const double progress = static_cast<double>(i) / static_cast<double>(frames - 1);
-    const auto picture = engine::composite(effect.at(progress, size.width, size.height), outgoing, incoming);
-    const std::string_view bytes(reinterpret_cast<const char*>(picture.bgra.data()), picture.bgra.size());
-    if (!child->write(bytes, output, error)) {
+    if (!writer->write(engine::composite(effect.at(progress, size.width, size.height), outgoing, incoming))) {
       break;
     }
   }
-  if (child->wait(output, error) != 0) {
-    const auto line = error.substr(0, error.find('\n'));
-    throw Failure(Redact::secrets(fmt::format("ffmpeg could not write {}: {}", out, line)));
+  if (auto finished = writer->finish(); !finished) {
+    throw Failure(finished.error());
   }
   context.out << fmt::format("wrote {}: {} ({}), {} frames at {} fps\n", out, effect.id, effect.displayName, frames,
                              formatNumber(fps));

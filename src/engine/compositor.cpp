@@ -8,39 +8,80 @@
 namespace korvalen::engine {
 namespace {
 
-// Blends `layer` showing `picture` onto `target`. Each target pixel centre is mapped back
-// through the layer's transform (translation and uniform scale) and shown when it falls in
-// the clip.
+// Blends `layer` showing `picture` onto `target`: target pixels map back through the
+// layer's transform (translation and uniform scale) and show when they fall in the clip.
 void drawLayer(Picture& target, const TransitionLayer& layer, const Picture& picture) {
-  const double opacity = std::clamp(layer.opacity, 0.0, 1.0);
   const auto& m = layer.transform;
-  if (opacity <= 0 || m.m11 == 0 || m.m22 == 0) {
+  if (m.m11 == 0 || m.m22 == 0) {
     return;
   }
-  for (std::int64_t y = 0; y < target.height; ++y) {
-    const double sourceY = (static_cast<double>(y) + 0.5 - m.m32) / m.m22;
-    if (sourceY < layer.clip.y || sourceY >= layer.clip.y + layer.clip.height || sourceY < 0 ||
-        sourceY >= static_cast<double>(picture.height)) {
+  // The clip is in the picture's own coordinates; in the target it is that rectangle mapped.
+  const Area area{m.m31 + layer.clip.x * m.m11, m.m32 + layer.clip.y * m.m22, layer.clip.width * m.m11,
+                  layer.clip.height * m.m22};
+  drawPicture(target, picture, Mapping{-m.m31 / m.m11, 1 / m.m11}, Mapping{-m.m32 / m.m22, 1 / m.m22},
+              area.normalised(), layer.opacity);
+}
+
+}  // namespace
+
+Area Area::normalised() const {
+  Area out = *this;
+  if (out.width < 0) {
+    out.x += out.width;
+    out.width = -out.width;
+  }
+  if (out.height < 0) {
+    out.y += out.height;
+    out.height = -out.height;
+  }
+  return out;
+}
+
+Area Area::intersection(const Area& other) const {
+  const double left = std::max(x, other.x);
+  const double top = std::max(y, other.y);
+  const double right = std::min(x + width, other.x + other.width);
+  const double bottom = std::min(y + height, other.y + other.height);
+  return Area{left, top, std::max(0.0, right - left), std::max(0.0, bottom - top)};
+}
+
+void drawPicture(Picture& target, const Picture& picture, const Mapping& mapX, const Mapping& mapY, const Area& clip,
+                 double opacity) {
+  opacity = std::isfinite(opacity) ? std::clamp(opacity, 0.0, 1.0) : 0.0;
+  if (opacity <= 0 || picture.width < 1 || picture.height < 1) {
+    return;
+  }
+  // The target pixels whose centres fall in the clip.
+  const auto first = [](double from, std::int64_t size) {
+    return std::clamp<std::int64_t>(static_cast<std::int64_t>(std::ceil(from - 0.5)), 0, size);
+  };
+  const auto x0 = first(clip.x, target.width);
+  const auto x1 = first(clip.x + clip.width, target.width);
+  const auto y0 = first(clip.y, target.height);
+  const auto y1 = first(clip.y + clip.height, target.height);
+  const bool opaque = opacity >= 1;
+  for (std::int64_t y = y0; y < y1; ++y) {
+    const double sourceY = mapY.offset + mapY.scale * (static_cast<double>(y) + 0.5);
+    if (!(sourceY >= 0 && sourceY < static_cast<double>(picture.height))) {
       continue;
     }
-    for (std::int64_t x = 0; x < target.width; ++x) {
-      const double sourceX = (static_cast<double>(x) + 0.5 - m.m31) / m.m11;
-      if (sourceX < layer.clip.x || sourceX >= layer.clip.x + layer.clip.width || sourceX < 0 ||
-          sourceX >= static_cast<double>(picture.width)) {
+    auto* row = target.bgra.data() + y * target.width * 4;
+    for (std::int64_t x = x0; x < x1; ++x) {
+      const double sourceX = mapX.offset + mapX.scale * (static_cast<double>(x) + 0.5);
+      if (!(sourceX >= 0 && sourceX < static_cast<double>(picture.width))) {
         continue;
       }
       const auto* source = picture.at(static_cast<std::int64_t>(sourceX), static_cast<std::int64_t>(sourceY));
-      auto* pixel = target.bgra.data() + (y * target.width + x) * 4;
+      auto* pixel = row + x * 4;
       for (int channel = 0; channel < 3; ++channel) {
-        const double blended =
-            static_cast<double>(pixel[channel]) * (1 - opacity) + static_cast<double>(source[channel]) * opacity;
-        pixel[channel] = static_cast<std::uint8_t>(std::lround(blended));
+        pixel[channel] =
+            opaque ? source[channel]
+                   : static_cast<std::uint8_t>(std::lround(static_cast<double>(pixel[channel]) * (1 - opacity) +
+                                                           static_cast<double>(source[channel]) * opacity));
       }
     }
   }
 }
-
-}  // namespace
 
 Picture::Picture(std::int64_t w, std::int64_t h) : width(w), height(h) {
   KORVALEN_PRECONDITION(w >= 0 && h >= 0);

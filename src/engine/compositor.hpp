@@ -21,6 +21,30 @@ struct Picture {
   [[nodiscard]] const std::uint8_t* at(std::int64_t x, std::int64_t y) const;
 };
 
+// A rectangle in target pixels (x right, y down).
+struct Area {
+  double x = 0;
+  double y = 0;
+  double width = 0;
+  double height = 0;
+  // With a negative width or height turned round.
+  [[nodiscard]] Area normalised() const;
+  [[nodiscard]] Area intersection(const Area& other) const;
+};
+
+// Where a target coordinate falls in a picture: offset + scale × (target pixel centre). A
+// negative scale mirrors.
+struct Mapping {
+  double offset = 0;
+  double scale = 1;
+};
+
+// Draws `picture` onto `target` within `clip`: each target pixel whose centre lies in the
+// clip shows the picture's pixel it maps to (nearest), blended at `opacity`; target pixels
+// that map outside the picture are left alone.
+void drawPicture(Picture& target, const Picture& picture, const Mapping& mapX, const Mapping& mapY, const Area& clip,
+                 double opacity = 1);
+
 // Two distinct test pictures of the given size: blue and white bars, and an orange and
 // dark-grey checkerboard with a bright disc, so that every effect can be told apart.
 Picture barsPicture(std::int64_t width, std::int64_t height);

@@ -2,6 +2,7 @@
 
 #include "engine/process.hpp"
 #include "support/clips.hpp"
+#include "support/param_name.hpp"
 #include "support/temp_folder.hpp"
 
 #include <gmock/gmock.h>
@@ -123,7 +124,7 @@ INSTANTIATE_TEST_SUITE_P(MediaDecoder, MediaDecoderStretch,
                                            Stretch{"EndBeforeStartIsToTheEnd", 4.5, 0, range(45, 50)},
                                            Stretch{"BetweenFrames", 0.95, 1.25, range(10, 13)},
                                            Stretch{"PastTheEnd", 4.9, 9, {49}}),
-                         [](const auto& row) { return row.param.name; });
+                         korvalen::testing::ByName{});
 
 TEST_F(MediaDecoderTest, ALoopedStretchComesRoundAgainAndAgain) {
   DecoderOptions options;
