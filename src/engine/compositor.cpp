@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
+#include <vector>
 
 namespace korvalen::engine {
 namespace {
@@ -59,25 +61,43 @@ void drawPicture(Picture& target, const Picture& picture, const Mapping& mapX, c
   const auto x1 = first(clip.x + clip.width, target.width);
   const auto y0 = first(clip.y, target.height);
   const auto y1 = first(clip.y + clip.height, target.height);
+  if (x1 <= x0) {
+    return;
+  }
+  // Where each target column falls in the picture, worked out once for every row; -1 off it.
+  std::vector<std::int64_t> columns(static_cast<std::size_t>(x1 - x0));
+  bool contiguous = true;
+  for (std::int64_t x = x0; x < x1; ++x) {
+    const double sourceX = mapX.offset + mapX.scale * (static_cast<double>(x) + 0.5);
+    const bool inside = sourceX >= 0 && sourceX < static_cast<double>(picture.width);
+    auto& column = columns[static_cast<std::size_t>(x - x0)];
+    column = inside ? static_cast<std::int64_t>(sourceX) : -1;
+    contiguous = contiguous && inside && (x == x0 || column == columns[static_cast<std::size_t>(x - x0 - 1)] + 1);
+  }
   const bool opaque = opacity >= 1;
   for (std::int64_t y = y0; y < y1; ++y) {
     const double sourceY = mapY.offset + mapY.scale * (static_cast<double>(y) + 0.5);
     if (!(sourceY >= 0 && sourceY < static_cast<double>(picture.height))) {
       continue;
     }
+    const std::uint8_t* sourceRow = picture.at(0, static_cast<std::int64_t>(sourceY));
     auto* row = target.bgra.data() + y * target.width * 4;
+    if (opaque && contiguous) {
+      // The picture at its own size: one copy per row.
+      std::memcpy(row + x0 * 4, sourceRow + columns.front() * 4, static_cast<std::size_t>(x1 - x0) * 4);
+      continue;
+    }
     for (std::int64_t x = x0; x < x1; ++x) {
-      const double sourceX = mapX.offset + mapX.scale * (static_cast<double>(x) + 0.5);
-      if (!(sourceX >= 0 && sourceX < static_cast<double>(picture.width))) {
+      const auto column = columns[static_cast<std::size_t>(x - x0)];
+      if (column < 0) {
         continue;
       }
-      const auto* source = picture.at(static_cast<std::int64_t>(sourceX), static_cast<std::int64_t>(sourceY));
+      const auto* source = sourceRow + column * 4;
       auto* pixel = row + x * 4;
       for (int channel = 0; channel < 3; ++channel) {
-        pixel[channel] =
-            opaque ? source[channel]
-                   : static_cast<std::uint8_t>(std::lround(static_cast<double>(pixel[channel]) * (1 - opacity) +
-                                                           static_cast<double>(source[channel]) * opacity));
+        pixel[channel] = opaque ? source[channel]
+                                : static_cast<std::uint8_t>(std::lround(static_cast<double>(pixel[channel]) * (1 - opacity) +
+                                                                        static_cast<double>(source[channel]) * opacity));
       }
     }
   }
