@@ -13,11 +13,7 @@ korvalen=build/release/src/korvalen
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
-# CPU seconds of a command, from the shell's own accounting of its children.
-cpu() {
-  local TIMEFORMAT='%U %S'
-  { time "$@" >/dev/null 2>&1 || true; } 2>&1 | awk '{ printf "%.2f", $1 + $2 }'
-}
+source bench/cpu_time.sh
 
 for spec in "1920x1080 $seconds" "3840x2160 $((seconds / 2))"; do
   read -r size length <<<"$spec"

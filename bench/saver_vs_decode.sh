@@ -12,10 +12,7 @@ korvalen=build/release/src/korvalen
 
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-cpu() {
-  local TIMEFORMAT='%U %S'
-  { time "$@" >/dev/null 2>&1 || true; } 2>&1 | awk '{ printf "%.2f", $1 + $2 }'
-}
+source bench/cpu_time.sh
 
 clip="$work/clip.mp4"
 ffmpeg -v error -f lavfi -i "testsrc2=size=1920x1080:rate=30" -t "$seconds" -c:v libx264 -preset veryfast \

@@ -160,20 +160,22 @@ std::vector<MonitorActivity> classify(const std::vector<MonitorInfo>& monitors,
 namespace korvalen::json {
 namespace {
 
+constexpr auto limit = ActivityClassifier::coordinateLimit;
+
 constexpr auto monitorFields = [](auto& coder, auto& monitor) {
   coder.required("deviceName", monitor.deviceName);
-  coder.required("x", monitor.x);
-  coder.required("y", monitor.y);
-  coder.required("width", monitor.width);
-  coder.required("height", monitor.height);
+  coder.bounded("x", monitor.x, -limit, limit);
+  coder.bounded("y", monitor.y, -limit, limit);
+  coder.bounded("width", monitor.width, -limit, limit);
+  coder.bounded("height", monitor.height, -limit, limit);
 };
 
 constexpr auto windowFields = [](auto& coder, auto& window) {
   coder.defaulted("id", window.id);
-  coder.required("left", window.left);
-  coder.required("top", window.top);
-  coder.required("right", window.right);
-  coder.required("bottom", window.bottom);
+  coder.bounded("left", window.left, -limit, limit);
+  coder.bounded("top", window.top, -limit, limit);
+  coder.bounded("right", window.right, -limit, limit);
+  coder.bounded("bottom", window.bottom, -limit, limit);
   coder.defaulted("isForeground", window.isForeground);
   coder.defaulted("isMaximized", window.isMaximized);
   coder.defaulted("isShell", window.isShell);
@@ -186,40 +188,8 @@ constexpr auto windowFields = [](auto& coder, auto& window) {
 
 }  // namespace
 
-Json Coding<MonitorInfo>::encode(const MonitorInfo& value, const Options& options) {
-  return encodeObject(value, options, monitorFields);
-}
+KORVALEN_CODING_FROM_FIELDS(MonitorInfo, monitorFields)
 
-Result<MonitorInfo> Coding<MonitorInfo>::decode(const Json& json, const Options& options) {
-  auto monitor = decodeObject<MonitorInfo>(json, options, monitorFields);
-  if (!monitor) {
-    return monitor;
-  }
-  constexpr auto limit = ActivityClassifier::coordinateLimit;
-  if (auto error =
-          outOfRange({{"x", monitor->x}, {"y", monitor->y}, {"width", monitor->width}, {"height", monitor->height}},
-                     -limit, limit)) {
-    return std::unexpected(*error);
-  }
-  return monitor;
-}
-
-Json Coding<WindowSnapshot>::encode(const WindowSnapshot& value, const Options& options) {
-  return encodeObject(value, options, windowFields);
-}
-
-Result<WindowSnapshot> Coding<WindowSnapshot>::decode(const Json& json, const Options& options) {
-  auto window = decodeObject<WindowSnapshot>(json, options, windowFields);
-  if (!window) {
-    return window;
-  }
-  constexpr auto limit = ActivityClassifier::coordinateLimit;
-  if (auto error = outOfRange(
-          {{"left", window->left}, {"top", window->top}, {"right", window->right}, {"bottom", window->bottom}}, -limit,
-          limit)) {
-    return std::unexpected(*error);
-  }
-  return window;
-}
+KORVALEN_CODING_FROM_FIELDS(WindowSnapshot, windowFields)
 
 }  // namespace korvalen::json

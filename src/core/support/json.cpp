@@ -138,16 +138,6 @@ std::expected<void, Error> ObjectReader::finish() const {
   return {};
 }
 
-std::optional<Error> outOfRange(std::initializer_list<std::pair<std::string_view, std::int64_t>> fields,
-                                std::int64_t low, std::int64_t high) {
-  for (const auto& [name, value] : fields) {
-    if (value < low || value > high) {
-      return Error{std::string(name), fmt::format("{} is out of range ({} to {})", value, low, high)};
-    }
-  }
-  return std::nullopt;
-}
-
 std::expected<Json, std::string> parse(std::string_view text) {
   // nlohmann takes a NUL byte for the end of the text, so "1\0garbage" would read as 1; no
   // JSON text holds one, and a file with NULs in it is a damaged file.

@@ -10,7 +10,6 @@
 
 #include <cstdint>
 #include <expected>
-#include <initializer_list>
 #include <map>
 #include <optional>
 #include <string>
@@ -184,6 +183,25 @@ class ObjectReader {
     read(key, *value, out);
   }
 
+  // Present, a whole number, and within [low, high]: numbers from outside are range-checked
+  // as they are decoded, never left to a precondition further on.
+  void bounded(std::string_view key, std::int64_t& out, std::int64_t low, std::int64_t high) {
+    const Json* value = find(key);
+    if (value == nullptr) {
+      fail(Error{std::string(key), "missing"});
+      return;
+    }
+    std::int64_t decoded = 0;
+    if (!read(key, *value, decoded)) {
+      return;
+    }
+    if (decoded < low || decoded > high) {
+      fail(Error{std::string(key), fmt::format("{} is out of range ({} to {})", decoded, low, high)});
+      return;
+    }
+    out = decoded;
+  }
+
   // Missing or null gives absent; anything else must decode.
   template <class T>
   void optional(std::string_view key, std::optional<T>& out) {
@@ -288,6 +306,9 @@ class ObjectWriter {
   void defaulted(std::string_view key, const T& value) {
     put(key, value);
   }
+  void bounded(std::string_view key, std::int64_t value, std::int64_t /*low*/, std::int64_t /*high*/) {
+    put(key, value);
+  }
   template <class T>
   void lenient(std::string_view key, const T& value) {
     put(key, value);
@@ -342,18 +363,13 @@ template <class T, class Fields>
 
 // Defines `Coding<Type>`'s encode and decode from one field list; used inside namespace
 // korvalen::json of a source file.
-#define KORVALEN_CODING_FROM_FIELDS(Type, fields)                                             \
-  Json Coding<Type>::encode(const Type& value, const Options& options) {                      \
-    return encodeObject(value, options, fields);                                              \
-  }                                                                                           \
-  [[nodiscard]] Result<Type> Coding<Type>::decode(const Json& json, const Options& options) { \
-    return decodeObject<Type>(json, options, fields);                                         \
+#define KORVALEN_CODING_FROM_FIELDS(Type, fields)                               \
+  Json Coding<Type>::encode(const Type& value, const Options& options) {        \
+    return encodeObject(value, options, fields);                                \
+  }                                                                             \
+  Result<Type> Coding<Type>::decode(const Json& json, const Options& options) { \
+    return decodeObject<Type>(json, options, fields);                           \
   }
-
-// The first of `fields` (name, value) outside [low, high], as an error naming it. Numbers
-// from outside are range-checked as they are decoded, never left to a precondition.
-[[nodiscard]] std::optional<Error> outOfRange(std::initializer_list<std::pair<std::string_view, std::int64_t>> fields,
-                                              std::int64_t low, std::int64_t high);
 
 // Parses text as JSON without throwing; the error is one line. A number beyond the range of
 // a double spoils the whole text, as a syntax error does (see docs/architecture.md).

@@ -174,6 +174,24 @@ TEST(JsonParse, NumbersBeyondADoubleAreUnreadableNotFatal) {
   EXPECT_FALSE(isOutOfRangeNumber("[1e400"));
 }
 
+TEST(JsonObjectReader, BoundedFieldsNameTheFieldOutOfRange) {
+  for (const auto& [text, expected] : std::vector<std::pair<std::string, std::string>>{
+           {R"({"x": 10})", ""},
+           {R"({"x": -10})", ""},
+           {R"({"x": 11})", "x: 11 is out of range (-10 to 10)"},
+           {R"({"x": -9223372036854775808})", "x: -9223372036854775808 is out of range (-10 to 10)"},
+           {R"({"x": "3"})", "x: expected a whole number, found string"},
+           {R"({})", "x: missing"}}) {
+    const auto parsed = Json::parse(text);
+    ObjectReader in(parsed, {});
+    std::int64_t x = 7;
+    in.bounded("x", x, -10, 10);
+    const auto finished = in.finish();
+    EXPECT_EQ(finished ? "" : finished.error().describe(), expected) << text;
+    EXPECT_EQ(x, expected.empty() ? parsed["x"].get<std::int64_t>() : 7) << "a refused value is not stored";
+  }
+}
+
 TEST(JsonText, Utf8ValidityFollowsTheStandardsTable) {
   struct Row {
     std::string text;
