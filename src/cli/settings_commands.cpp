@@ -315,6 +315,9 @@ int set(const std::filesystem::path& path, const std::vector<std::pair<std::stri
         Context& context) {
   const auto merged = saveSettingsEdit(
       path, [&](const KorvalenSettings& from) { return withEdits(from, edits); }, context);
+  if (!merged) {
+    return ok;
+  }
   const auto mergedJson = json::encode(*merged);
   for (const auto& [key, value] : edits) {
     // Say so when repair did not keep what was asked for.

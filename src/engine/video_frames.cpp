@@ -131,8 +131,9 @@ std::expected<bool, std::string> VideoFrames::next() {
     return false;
   }
   ++index_;
-  if (times_.size() > wanted && times_[wanted]) {
-    seconds_ = *times_[wanted];
+  const std::optional<double> reported = wanted < times_.size() ? times_[wanted] : std::nullopt;
+  if (reported) {
+    seconds_ = *reported;
   } else if (index_ > 0) {
     seconds_ += 1.0 / 30;  // no time reported: keep the clock moving
   }

@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <ranges>
 
 namespace korvalen {
 namespace {
@@ -137,7 +138,9 @@ std::int64_t bytesPerSecond(std::int64_t width, std::int64_t height, double fps)
   std::int64_t frameBytes = 0;
   KORVALEN_PRECONDITION(!__builtin_mul_overflow(w, h, &frameBytes) &&
                         !__builtin_mul_overflow(frameBytes, std::int64_t{3}, &frameBytes));
-  const double perSecond = std::max(fps, 1.0) * static_cast<double>(frameBytes / 2);
+  // Whole bytes of a 4:2:0 frame (one and a half bytes a pixel), as the decoder holds them.
+  const double perSecond =
+      std::max(fps, 1.0) * static_cast<double>(frameBytes / 2);  // NOLINT(bugprone-integer-division)
   KORVALEN_PRECONDITION(perSecond < 9223372036854775808.0);
   return static_cast<std::int64_t>(perSecond);
 }
@@ -305,11 +308,12 @@ std::vector<std::string> concatListLines(const std::vector<std::string>& forward
     return "file '" + quoted + "'";
   };
   std::vector<std::string> lines;
+  lines.reserve(forward.size() + reversed.size());
   for (const auto& path : forward) {
     lines.push_back(line(path));
   }
-  for (auto path = reversed.rbegin(); path != reversed.rend(); ++path) {
-    lines.push_back(line(*path));
+  for (const auto& path : std::ranges::reverse_view(reversed)) {
+    lines.push_back(line(path));
   }
   return lines;
 }

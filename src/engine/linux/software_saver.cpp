@@ -200,6 +200,7 @@ class SoftwareVideo final : public saver::VideoWallpaper, public std::enable_sha
       return std::nullopt;
     }
     std::vector<double> values;
+    values.reserve(regions.size());
     for (const auto& region : regions) {
       values.push_back(
           saver::regionLuminance(picture->bgra, picture->width, picture->height, picture->width * 4, region));
@@ -282,6 +283,7 @@ class SoftwareImage final : public saver::DecodedImage {
   [[nodiscard]] std::vector<double> frameDelays() const override { return delays_; }
   [[nodiscard]] std::vector<double> frameLuminances(const FitRect& region) const override {
     std::vector<double> values;
+    values.reserve(frames_.size());
     for (const auto& frame : frames_) {
       values.push_back(saver::regionLuminance(frame.bgra, frame.width, frame.height, frame.width * 4, region));
     }
