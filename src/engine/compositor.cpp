@@ -95,9 +95,10 @@ void drawPicture(Picture& target, const Picture& picture, const Mapping& mapX, c
       const auto* source = sourceRow + column * 4;
       auto* pixel = row + x * 4;
       for (int channel = 0; channel < 3; ++channel) {
-        pixel[channel] = opaque ? source[channel]
-                                : static_cast<std::uint8_t>(std::lround(static_cast<double>(pixel[channel]) * (1 - opacity) +
-                                                                        static_cast<double>(source[channel]) * opacity));
+        pixel[channel] =
+            opaque ? source[channel]
+                   : static_cast<std::uint8_t>(std::lround(static_cast<double>(pixel[channel]) * (1 - opacity) +
+                                                           static_cast<double>(source[channel]) * opacity));
       }
     }
   }

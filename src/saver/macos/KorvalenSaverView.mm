@@ -91,8 +91,8 @@ std::optional<std::filesystem::path> recordedHome() {
   _identity = std::make_unique<mac::MacScreenIdentity>();
   _media = std::make_unique<mac::MacMedia>();
   _loop = std::make_unique<mac::MacMainLoop>();
-  return korvalen::saver::Platform{*_host, *_surface, *_identity, *_media, *_loop,
-                                   korvalen::paths::processEnvironment(), recordedHome};
+  return korvalen::saver::Platform{
+      *_host, *_surface, *_identity, *_media, *_loop, korvalen::paths::processEnvironment(), recordedHome};
 }
 
 - (instancetype)initWithFrame:(NSRect)frame isPreview:(BOOL)isPreview {

@@ -45,10 +45,9 @@ std::vector<std::uint8_t> bgraOf(CGImageRef image, const FitRect& region, std::i
   height = std::max<std::int64_t>(1, std::lround(fullHeight * region.height * scale));
   std::vector<std::uint8_t> bytes(static_cast<std::size_t>(width * height * 4));
   CGColorSpaceRef space = CGColorSpaceCreateWithName(kCGColorSpaceSRGB);
-  CGContextRef context =
-      CGBitmapContextCreate(bytes.data(), static_cast<size_t>(width), static_cast<size_t>(height), 8,
-                            static_cast<size_t>(width * 4), space,
-                            static_cast<uint32_t>(kCGImageAlphaPremultipliedFirst) | kCGBitmapByteOrder32Little);
+  CGContextRef context = CGBitmapContextCreate(
+      bytes.data(), static_cast<size_t>(width), static_cast<size_t>(height), 8, static_cast<size_t>(width * 4), space,
+      static_cast<uint32_t>(kCGImageAlphaPremultipliedFirst) | kCGBitmapByteOrder32Little);
   CGColorSpaceRelease(space);
   if (context == nullptr) {
     return {};
@@ -62,10 +61,9 @@ std::vector<std::uint8_t> bgraOf(CGImageRef image, const FitRect& region, std::i
 }
 
 double frameDelay(CGImageSourceRef source, size_t index) {
-  NSDictionary* properties =
-      CFBridgingRelease(CGImageSourceCopyPropertiesAtIndex(source, index, nullptr));
-  for (NSString* container in @[ (__bridge NSString*)kCGImagePropertyGIFDictionary,
-                                 (__bridge NSString*)kCGImagePropertyPNGDictionary ]) {
+  NSDictionary* properties = CFBridgingRelease(CGImageSourceCopyPropertiesAtIndex(source, index, nullptr));
+  for (NSString* container in
+       @[ (__bridge NSString*)kCGImagePropertyGIFDictionary, (__bridge NSString*)kCGImagePropertyPNGDictionary ]) {
     NSDictionary* frame = properties[container];
     NSNumber* unclamped = frame[(__bridge NSString*)kCGImagePropertyGIFUnclampedDelayTime]
                               ?: frame[(__bridge NSString*)kCGImagePropertyAPNGUnclampedDelayTime];
@@ -184,42 +182,42 @@ class MacVideo final : public VideoWallpaper {
     const TrimRange trim = trim_;
     // The looper is made when the load completes and must live as long as the video.
     auto holder = looperHolder_;
-    [asset loadValuesAsynchronouslyForKeys:@[ @"tracks", @"duration" ]
-                         completionHandler:^{
-                           dispatch_async(dispatch_get_main_queue(), ^{
-                             NSError* error = nil;
-                             if ([asset statusOfValueForKey:@"tracks" error:&error] != AVKeyValueStatusLoaded) {
-                               finished(std::unexpected(std::string(
-                                   error.localizedDescription.UTF8String ?: "the file could not be opened")));
-                               return;
-                             }
-                             AVAssetTrack* track = [asset tracksWithMediaType:AVMediaTypeVideo].firstObject;
-                             if (track == nil) {
-                               finished(std::unexpected(std::string("it has no video")));
-                               return;
-                             }
-                             const CGSize turned =
-                                 CGSizeApplyAffineTransform(track.naturalSize, track.preferredTransform);
-                             const double seconds = CMTimeGetSeconds(asset.duration);
-                             const double start = std::clamp(trim.start, 0.0, std::max(seconds, 0.0));
-                             const double end = trim.end > start ? std::min(trim.end, seconds) : seconds;
-                             const CMTimeRange range = CMTimeRangeFromTimeToTime(
-                                 CMTimeMakeWithSeconds(start, 600), CMTimeMakeWithSeconds(end, 600));
-                             AVPlayerItem* item = [AVPlayerItem playerItemWithAsset:asset];
-                             AVPlayerLooper* looper =
-                                 [AVPlayerLooper playerLooperWithPlayer:player templateItem:item timeRange:range];
-                             *holder = looper;
-                             // One output per looping copy, so the frame on screen can be read.
-                             NSDictionary* attributes =
-                                 @{(__bridge NSString*)kCVPixelBufferPixelFormatTypeKey : @(kCVPixelFormatType_32BGRA)};
-                             for (AVPlayerItem* copy in looper.loopingPlayerItems) {
-                               [copy addOutput:[[AVPlayerItemVideoOutput alloc]
-                                                   initWithPixelBufferAttributes:attributes]];
-                             }
-                             finished(PixelSize{static_cast<std::int64_t>(std::fabs(turned.width)),
-                                                static_cast<std::int64_t>(std::fabs(turned.height))});
-                           });
-                         }];
+    [asset
+        loadValuesAsynchronouslyForKeys:@[ @"tracks", @"duration" ]
+                      completionHandler:^{
+                        dispatch_async(dispatch_get_main_queue(), ^{
+                          NSError* error = nil;
+                          if ([asset statusOfValueForKey:@"tracks" error:&error] != AVKeyValueStatusLoaded) {
+                            finished(std::unexpected(
+                                std::string(error.localizedDescription.UTF8String ?: "the file could not be opened")));
+                            return;
+                          }
+                          AVAssetTrack* track = [asset tracksWithMediaType:AVMediaTypeVideo].firstObject;
+                          if (track == nil) {
+                            finished(std::unexpected(std::string("it has no video")));
+                            return;
+                          }
+                          const CGSize turned = CGSizeApplyAffineTransform(track.naturalSize, track.preferredTransform);
+                          const double seconds = CMTimeGetSeconds(asset.duration);
+                          const double start = std::clamp(trim.start, 0.0, std::max(seconds, 0.0));
+                          const double end = trim.end > start ? std::min(trim.end, seconds) : seconds;
+                          const CMTimeRange range = CMTimeRangeFromTimeToTime(CMTimeMakeWithSeconds(start, 600),
+                                                                              CMTimeMakeWithSeconds(end, 600));
+                          AVPlayerItem* item = [AVPlayerItem playerItemWithAsset:asset];
+                          AVPlayerLooper* looper = [AVPlayerLooper playerLooperWithPlayer:player
+                                                                             templateItem:item
+                                                                                timeRange:range];
+                          *holder = looper;
+                          // One output per looping copy, so the frame on screen can be read.
+                          NSDictionary* attributes =
+                              @{(__bridge NSString*)kCVPixelBufferPixelFormatTypeKey : @(kCVPixelFormatType_32BGRA)};
+                          for (AVPlayerItem* copy in looper.loopingPlayerItems) {
+                            [copy addOutput:[[AVPlayerItemVideoOutput alloc] initWithPixelBufferAttributes:attributes]];
+                          }
+                          finished(PixelSize{static_cast<std::int64_t>(std::fabs(turned.width)),
+                                             static_cast<std::int64_t>(std::fabs(turned.height))});
+                        });
+                      }];
   }
   void play() override {
     held_ = false;
@@ -275,7 +273,7 @@ class MacVideo final : public VideoWallpaper {
   NSURL* url_;
   TrimRange trim_;
   AVQueuePlayer* player_;
-  std::shared_ptr<AVPlayerLooper* __strong> looperHolder_ = std::make_shared<AVPlayerLooper* __strong>(nil);
+  std::shared_ptr<AVPlayerLooper* __strong> looperHolder_ = std::make_shared<AVPlayerLooper * __strong>(nil);
   double rate_ = 1;
   double level_ = 0;
   bool held_ = false;
@@ -364,11 +362,9 @@ VideoPlacement MacScreenSurface::placement(const Screen& on, std::int64_t conten
   // Placed in the screen's pixels, so edges fall on whole pixels, then back into points.
   NSScreen* screen = screenWithNumber(on.handle);
   const double scale = screen != nil ? std::max<double>(screen.backingScaleFactor, 1) : 1;
-  const auto pixels = [scale](double points) {
-    return std::max<std::int64_t>(1, std::lround(points * scale));
-  };
-  auto placed = VideoFit::compute(contentWidth, contentHeight, pixels(on.frame.width), pixels(on.frame.height), fit,
-                                  crop);
+  const auto pixels = [scale](double points) { return std::max<std::int64_t>(1, std::lround(points * scale)); };
+  auto placed =
+      VideoFit::compute(contentWidth, contentHeight, pixels(on.frame.width), pixels(on.frame.height), fit, crop);
   placed.destination = FitRect{placed.destination.x / scale, placed.destination.y / scale,
                                placed.destination.width / scale, placed.destination.height / scale};
   return placed;

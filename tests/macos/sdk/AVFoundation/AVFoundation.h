@@ -1,8 +1,8 @@
 #pragma once
-#import <Foundation/Foundation.h>
-#import <QuartzCore/QuartzCore.h>
 #include <CoreMedia/CoreMedia.h>
 #include <CoreVideo/CoreVideo.h>
+#import <Foundation/Foundation.h>
+#import <QuartzCore/QuartzCore.h>
 
 typedef NSString* AVMediaType;
 extern AVMediaType const AVMediaTypeVideo;

@@ -1,16 +1,27 @@
 #pragma once
+#include <stdbool.h>
 #include <stddef.h>
 #include <stdint.h>
-#include <stdbool.h>
 
 typedef double CGFloat;
-struct CGPoint { CGFloat x; CGFloat y; };
-struct CGSize { CGFloat width; CGFloat height; };
-struct CGRect { struct CGPoint origin; struct CGSize size; };
+struct CGPoint {
+  CGFloat x;
+  CGFloat y;
+};
+struct CGSize {
+  CGFloat width;
+  CGFloat height;
+};
+struct CGRect {
+  struct CGPoint origin;
+  struct CGSize size;
+};
 typedef struct CGPoint CGPoint;
 typedef struct CGSize CGSize;
 typedef struct CGRect CGRect;
-struct CGAffineTransform { CGFloat a, b, c, d, tx, ty; };
+struct CGAffineTransform {
+  CGFloat a, b, c, d, tx, ty;
+};
 typedef struct CGAffineTransform CGAffineTransform;
 CGRect CGRectMake(CGFloat x, CGFloat y, CGFloat width, CGFloat height);
 CGAffineTransform CGAffineTransformMakeScale(CGFloat sx, CGFloat sy);
@@ -41,8 +52,8 @@ typedef uint32_t CGBitmapInfo;
 typedef enum : uint32_t { kCGImageAlphaPremultipliedFirst = 2 } CGImageAlphaInfo;
 enum : uint32_t { kCGBitmapByteOrder32Little = 2 << 12 };
 typedef struct CGContext* CGContextRef;
-CGContextRef CGBitmapContextCreate(void* data, size_t width, size_t height, size_t bitsPerComponent,
-                                   size_t bytesPerRow, CGColorSpaceRef space, uint32_t bitmapInfo);
+CGContextRef CGBitmapContextCreate(void* data, size_t width, size_t height, size_t bitsPerComponent, size_t bytesPerRow,
+                                   CGColorSpaceRef space, uint32_t bitmapInfo);
 void CGContextDrawImage(CGContextRef c, CGRect rect, CGImageRef image);
 void CGContextRelease(CGContextRef c);
 

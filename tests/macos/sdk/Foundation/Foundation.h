@@ -22,7 +22,7 @@ void dispatch_async(dispatch_queue_t queue, void (^block)(void));
 @end
 
 __attribute__((objc_root_class))
-@interface NSObject <NSObject>
+@interface NSObject<NSObject>
 + (instancetype)alloc;
 + (Class)class;
 - (instancetype)init;
@@ -66,7 +66,7 @@ typedef struct {
 - (ObjectType)objectAtIndexedSubscript:(NSUInteger)idx;
 @end
 
-@interface NSMutableArray<ObjectType> : NSArray<ObjectType>
+@interface NSMutableArray<ObjectType> : NSArray <ObjectType>
 + (instancetype)array;
 - (void)addObject:(ObjectType)anObject;
 @end
