@@ -65,6 +65,24 @@ std::optional<Pattern::Match> Pattern::first(std::string_view text) const {
   return found.empty() ? std::nullopt : std::optional<Match>(std::move(found.front()));
 }
 
+std::string Pattern::replaced(std::string_view input,
+                              const std::function<std::string(const Match&)>& replacement) const {
+  const auto found = all(input);
+  if (found.empty()) {
+    return std::string(input);
+  }
+  const auto text = unicode(input);
+  icu::UnicodeString out;
+  int32_t copied = 0;
+  for (const auto& match : found) {
+    out.append(text, copied, match.start - copied);
+    out.append(unicode(replacement(match)));
+    copied = match.end;
+  }
+  out.append(text, copied, text.length() - copied);
+  return utf8(out);
+}
+
 std::size_t Pattern::group(std::string_view name) const {
   UErrorCode status = U_ZERO_ERROR;
   const auto number = compiled_->pattern->groupNumberFromName(name.data(), static_cast<int32_t>(name.size()), status);

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -28,6 +29,10 @@ class Pattern {
 
   [[nodiscard]] std::optional<Match> first(std::string_view text) const;
   [[nodiscard]] std::vector<Match> all(std::string_view text) const;
+  // `text` with every match replaced by what `replacement` makes of it (UTF-8 in and out).
+  // Matches never overlap, so the text is rebuilt in one pass.
+  [[nodiscard]] std::string replaced(std::string_view text,
+                                     const std::function<std::string(const Match&)>& replacement) const;
   // The number of a named group.
   [[nodiscard]] std::size_t group(std::string_view name) const;
 

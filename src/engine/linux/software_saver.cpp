@@ -22,24 +22,22 @@ class SoftwareTimer final : public saver::Timer {
   std::shared_ptr<bool> alive_;
 };
 
+// The whole pixels of `target` an area covers: left, top, right, bottom (exclusive).
+std::array<std::int64_t, 4> pixelsOf(const Picture& target, const Area& area) {
+  const auto edge = [](double at, std::int64_t size) { return std::clamp<std::int64_t>(std::llround(at), 0, size); };
+  return {edge(area.x, target.width), edge(area.y, target.height), edge(area.x + area.width, target.width),
+          edge(area.y + area.height, target.height)};
+}
+
 // Dim and saturation: each colour through the colour-matrix filter's vectors.
 void applyColorMatrix(Picture& target, const Area& area, const std::array<std::array<double, 4>, 5>& m) {
-  std::array<std::array<double, 256>, 3> inputs{};  // [input channel r,g,b][byte] as 0...1
-  for (int value = 0; value < 256; ++value) {
-    for (auto& channel : inputs) {
-      channel[static_cast<std::size_t>(value)] = value / 255.0;
-    }
-  }
-  const auto x0 = std::clamp<std::int64_t>(std::llround(area.x), 0, target.width);
-  const auto x1 = std::clamp<std::int64_t>(std::llround(area.x + area.width), 0, target.width);
-  const auto y0 = std::clamp<std::int64_t>(std::llround(area.y), 0, target.height);
-  const auto y1 = std::clamp<std::int64_t>(std::llround(area.y + area.height), 0, target.height);
+  const auto [x0, y0, x1, y1] = pixelsOf(target, area);
   for (std::int64_t y = y0; y < y1; ++y) {
     for (std::int64_t x = x0; x < x1; ++x) {
       auto* pixel = target.bgra.data() + (y * target.width + x) * 4;
-      const double r = inputs[0][pixel[2]];
-      const double g = inputs[1][pixel[1]];
-      const double b = inputs[2][pixel[0]];
+      const double r = pixel[2] / 255.0;
+      const double g = pixel[1] / 255.0;
+      const double b = pixel[0] / 255.0;
       // Vectors 0..2 make red, green and blue from (r, g, b, a = 1); vector 4 is the bias.
       for (int out = 0; out < 3; ++out) {
         const auto& v = m[static_cast<std::size_t>(out)];
@@ -52,10 +50,7 @@ void applyColorMatrix(Picture& target, const Area& area, const std::array<std::a
 
 // Sharpening: each pixel pushed away from the mean of its 3x3 neighbourhood.
 void sharpen(Picture& target, const Area& area, double amount) {
-  const auto x0 = std::clamp<std::int64_t>(std::llround(area.x), 0, target.width);
-  const auto x1 = std::clamp<std::int64_t>(std::llround(area.x + area.width), 0, target.width);
-  const auto y0 = std::clamp<std::int64_t>(std::llround(area.y), 0, target.height);
-  const auto y1 = std::clamp<std::int64_t>(std::llround(area.y + area.height), 0, target.height);
+  const auto [x0, y0, x1, y1] = pixelsOf(target, area);
   const Picture before = target;
   for (std::int64_t y = y0; y < y1; ++y) {
     for (std::int64_t x = x0; x < x1; ++x) {
