@@ -11,6 +11,7 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   ffmpeg libavformat-dev libavcodec-dev libavutil-dev libswscale-dev libswresample-dev
   clang-16 libclang-rt-16-dev
+  libsdl2-dev libx11-dev libxrandr-dev xvfb x11-apps x11-xserver-utils
 )
 
 sudo=""

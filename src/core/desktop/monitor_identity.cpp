@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <list>
 
@@ -32,6 +33,30 @@ std::string ScreenIdentity::device(std::uint32_t vendor, std::uint32_t model, st
 std::string ScreenIdentity::size(double width, double height) {
   return fmt::format("{}x{}", static_cast<std::int64_t>(std::round(width)),
                      static_cast<std::int64_t>(std::round(height)));
+}
+
+std::optional<ScreenIdentity::EdidNumbers> ScreenIdentity::edidNumbers(std::span<const std::uint8_t> edid) {
+  static constexpr std::array<std::uint8_t, 8> header{0x00, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0x00};
+  if (edid.size() < 128 || !std::equal(header.begin(), header.end(), edid.begin())) {
+    return std::nullopt;
+  }
+  const auto byte = [&](std::size_t at) { return static_cast<std::uint32_t>(edid[at]); };
+  // The manufacturer is stored big-endian; the product code and serial little-endian.
+  return EdidNumbers{(byte(8) << 8U) | byte(9), byte(10) | (byte(11) << 8U),
+                     byte(12) | (byte(13) << 8U) | (byte(14) << 16U) | (byte(15) << 24U)};
+}
+
+std::vector<std::string> ScreenIdentity::stableIDs(const std::vector<Display>& displays) {
+  std::vector<std::string> ids;
+  ids.reserve(displays.size());
+  for (const auto& display : displays) {
+    const auto same = std::count_if(displays.begin(), displays.end(),
+                                    [&](const Display& other) { return other.numbers == display.numbers; });
+    const auto& n = display.numbers;
+    ids.push_back(device(n.vendor, n.model, n.serial, display.builtin, display.number, display.uuid, same > 1) + "|" +
+                  size(display.width, display.height));
+  }
+  return ids;
 }
 
 std::string_view toString(MonitorMatch match) {

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <map>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -21,6 +22,30 @@ std::string device(std::uint32_t vendor, std::uint32_t model, std::uint32_t seri
                    std::uint32_t displayID, const std::optional<std::string>& uuid, bool hasTwin);
 // "2560x1440" from a frame size in points, each rounded.
 std::string size(double width, double height);
+
+// The numbers a display reports of itself, from its EDID.
+struct EdidNumbers {
+  std::uint32_t vendor = 0;  // the manufacturer's three packed letters, as one big-endian number
+  std::uint32_t model = 0;   // the product code
+  std::uint32_t serial = 0;  // the serial number (0 when the display gives none)
+  bool operator==(const EdidNumbers&) const = default;
+};
+// Read from a base EDID block; absent when the bytes are not one (too short, wrong header).
+// The checksum is not required: displays with a wrong one are common and still identify.
+std::optional<EdidNumbers> edidNumbers(std::span<const std::uint8_t> edid);
+
+// One connected display as a platform sees it.
+struct Display {
+  EdidNumbers numbers;
+  bool builtin = false;
+  std::uint32_t number = 0;  // the platform's display number
+  std::optional<std::string> uuid;
+  double width = 0;  // current frame size, in points
+  double height = 0;
+};
+// The stable identifier of each display, in order: a display has a twin when another in
+// the list reports the same vendor, model and serial numbers.
+std::vector<std::string> stableIDs(const std::vector<Display>& displays);
 }  // namespace ScreenIdentity
 
 enum class MonitorMatch { none, exact, sameDevice };

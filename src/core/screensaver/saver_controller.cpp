@@ -228,9 +228,7 @@ void SaverController::videoLoaded(const std::shared_ptr<VideoWallpaper>& video, 
   if (video_ != video || !contentLayer_) {
     return;
   }
-  const auto placement = placementFor(size, content);
-  platform_.surface.place(placement, *contentLayer_);
-  platform_.surface.crop(*player, placement);
+  const auto placement = placeContent(size, content, player);
   video->setRate(plan.rate);
   const auto name = nameOf(content.path);
   if (content.isHeld()) {
@@ -256,9 +254,8 @@ void SaverController::imageRoute(const std::string& path, const SaverContent& co
   animation_->install(*contentLayer_);
   // Unlike a video, a picture's animation may run faster than normal.
   contentLayer_->setSpeed(plan.rate);
-  const auto placement = placementFor(decoded->pixelSize(), content);
-  platform_.surface.place(placement, *contentLayer_);
-  platform_.surface.crop(animation_->layer(), placement);
+  const auto placement =
+      placeContent(decoded->pixelSize(), content, std::shared_ptr<Layer>(animation_, &animation_->layer()));
   if (!decoded->isAnimated()) {
     return;
   }
@@ -277,6 +274,33 @@ void SaverController::freeze(const std::string& name) {
   contentLayer_->setSpeed(0);
   contentLayer_->setTimeOffset(0);
   notice(fmt::format("{} flashes: held still", name));
+}
+
+VideoPlacement SaverController::placeContent(PixelSize media, const SaverContent& content,
+                                             const std::shared_ptr<Layer>& picture) {
+  const auto placement = placementFor(media, content);
+  platform_.surface.place(placement, *contentLayer_);
+  platform_.surface.crop(*picture, placement);
+  placed_ = Placed{media, picture};
+  return placement;
+}
+
+void SaverController::boundsChanged() {
+  if (!slot_ || !contentLayer_ || !playing_) {
+    return;
+  }
+  const auto bounds = platform_.view.bounds();
+  platform_.surface.resize(*slot_, bounds);
+  platform_.surface.resize(*contentLayer_, bounds);
+  // A load still under way places with the new bounds when it lands.
+  if (!placed_) {
+    return;
+  }
+  const auto placement = placeContent(placed_->media, *playing_, placed_->picture);
+  if (flashTimer_ && video_) {
+    // The analyser keeps what it has seen: a resize is no way around the guard.
+    scheduleFlashWatch(video_, placement.sourceCrop, nameOf(playing_->path));
+  }
 }
 
 VideoPlacement SaverController::placementFor(PixelSize media, const SaverContent& content) const {
@@ -300,6 +324,14 @@ void SaverController::watchForFlashes(const std::shared_ptr<VideoWallpaper>& vid
     flashTimer_->invalidate();
   }
   flashAnalyzer_ = FlashAnalyzer{};
+  scheduleFlashWatch(video, region, name);
+}
+
+void SaverController::scheduleFlashWatch(const std::shared_ptr<VideoWallpaper>& video, const FitRect& region,
+                                         const std::string& name) {
+  if (flashTimer_) {
+    flashTimer_->invalidate();
+  }
   std::weak_ptr<SaverController> self = weak_from_this();
   std::weak_ptr<VideoWallpaper> watched = video;
   flashTimer_ = platform_.loop.scheduleRepeating(flashSampleSeconds, [self, watched, region, name] {
@@ -351,6 +383,7 @@ void SaverController::clear() {
   }
   contentLayer_.reset();
   playing_.reset();
+  placed_.reset();
 }
 
 void SaverController::tearDown(std::string_view reason) {

@@ -47,6 +47,9 @@ class SaverController : public std::enable_shared_from_this<SaverController> {
   void stopAnimation();
   void viewDidMoveToWindow();
   void screenSaverEnded(const std::string& notification);
+  // The view's bounds changed (a window host's resize): the layers cover the new bounds and
+  // the content is placed again, without restarting it; a flash watch follows the new region.
+  void boundsChanged();
 
   [[nodiscard]] std::filesystem::path planURL() const;
   [[nodiscard]] std::string screenID() const;
@@ -80,6 +83,9 @@ class SaverController : public std::enable_shared_from_this<SaverController> {
   // Whole-screen placement only when the view fills its screen; otherwise its own bounds.
   [[nodiscard]] VideoPlacement placementFor(PixelSize media, const SaverContent& content) const;
   void freeze(const std::string& name);
+  // Places the content layer and the picture in it, and remembers both for a later resize.
+  VideoPlacement placeContent(PixelSize media, const SaverContent& content, const std::shared_ptr<Layer>& picture);
+  void scheduleFlashWatch(const std::shared_ptr<VideoWallpaper>& video, const FitRect& region, const std::string& name);
   void flashTick(const std::weak_ptr<VideoWallpaper>& watched, const FitRect& region, const std::string& name);
   void notice(std::string_view message) const;
   void error(std::string_view message) const;
@@ -90,6 +96,12 @@ class SaverController : public std::enable_shared_from_this<SaverController> {
   std::shared_ptr<VideoWallpaper> video_;
   std::shared_ptr<AnimatedWallpaper> animation_;
   std::optional<SaverContent> playing_;
+  // What was placed last: the media's size and the layer that shows it.
+  struct Placed {
+    PixelSize media;
+    std::shared_ptr<Layer> picture;
+  };
+  std::optional<Placed> placed_;
   std::optional<Date> planStamp_;
   std::unique_ptr<Timer> watch_;
   std::unique_ptr<Timer> flashTimer_;

@@ -159,6 +159,8 @@ class ScreenSurface {
   virtual ~ScreenSurface() = default;
   // The slot layer and, inside it, the content layer, covering `size` from the origin.
   virtual Layers makeLayers(Size covering) = 0;
+  // Makes a slot or content layer cover `covering` from the origin (the view was resized).
+  virtual void resize(Layer& layer, Size covering) = 0;
   // Nothing when dim, saturation and sharpen change nothing.
   virtual std::optional<Filters> appearanceFilters(double dim, double saturation, double sharpen) = 0;
   // The placement for a whole screen, in its own terms (pixels where it has them).

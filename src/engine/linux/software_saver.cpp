@@ -380,6 +380,9 @@ class SoftwareSurface final : public saver::ScreenSurface {
     slot->addSublayer(content);
     return {slot, content};
   }
+  void resize(saver::Layer& layer, saver::Size covering) override {
+    static_cast<SoftwareLayer&>(layer).frame = Area{0, 0, covering.width, covering.height};
+  }
   std::optional<saver::Filters> appearanceFilters(double dim, double saturation, double sharpen) override {
     return saver::Filters::forAppearance(dim, saturation, sharpen);
   }

@@ -34,6 +34,7 @@ class MacLayer final : public Layer {
 class MacScreenSurface final : public ScreenSurface {
  public:
   Layers makeLayers(Size covering) override;
+  void resize(Layer& layer, Size covering) override;
   std::optional<Filters> appearanceFilters(double dim, double saturation, double sharpen) override;
   VideoPlacement placement(const Screen& on, std::int64_t contentWidth, std::int64_t contentHeight, FitMode fit,
                            const std::optional<CropRect>& crop) override;

@@ -353,6 +353,13 @@ ScreenSurface::Layers MacScreenSurface::makeLayers(Size covering) {
   return {std::make_shared<MacLayer>(slot), std::make_shared<MacLayer>(content)};
 }
 
+void MacScreenSurface::resize(Layer& layer, Size covering) {
+  [CATransaction begin];
+  [CATransaction setDisableActions:YES];
+  static_cast<MacLayer&>(layer).layer().frame = CGRectMake(0, 0, covering.width, covering.height);
+  [CATransaction commit];
+}
+
 std::optional<Filters> MacScreenSurface::appearanceFilters(double dim, double saturation, double sharpen) {
   return Filters::forAppearance(dim, saturation, sharpen);
 }

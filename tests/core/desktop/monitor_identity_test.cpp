@@ -21,6 +21,46 @@ TEST(ScreenIdentity, DevicePartAndSizePart) {
   EXPECT_EQ(ScreenIdentity::size(1511.5, 981.4), "1512x981");
 }
 
+// A base EDID block of a Dell ("DEL" = 0x10ac), product 0xa0c4, serial 0x4c4c3042.
+std::vector<std::uint8_t> dellEdid() {
+  std::vector<std::uint8_t> edid(128, 0);
+  const std::uint8_t start[] = {0x00, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0x00,
+                                0x10, 0xAC, 0xC4, 0xA0, 0x42, 0x30, 0x4C, 0x4C};
+  std::copy(std::begin(start), std::end(start), edid.begin());
+  return edid;
+}
+
+TEST(ScreenIdentity, EdidNumbersComeFromTheBaseBlockOrNotAtAll) {
+  auto edid = dellEdid();
+  EXPECT_EQ(ScreenIdentity::edidNumbers(edid), (ScreenIdentity::EdidNumbers{0x10ac, 0xa0c4, 0x4c4c3042}));
+  edid.resize(256, 0xEE);  // an extension block changes nothing
+  EXPECT_EQ(ScreenIdentity::edidNumbers(edid), (ScreenIdentity::EdidNumbers{0x10ac, 0xa0c4, 0x4c4c3042}));
+  EXPECT_EQ(ScreenIdentity::edidNumbers(std::span(edid).first(127)), std::nullopt) << "short";
+  edid[7] = 0x01;
+  EXPECT_EQ(ScreenIdentity::edidNumbers(edid), std::nullopt) << "not an EDID header";
+  EXPECT_EQ(ScreenIdentity::edidNumbers({}), std::nullopt);
+}
+
+TEST(ScreenIdentity, StableIDsFindTwinsAmongTheDisplays) {
+  using Display = ScreenIdentity::Display;
+  const ScreenIdentity::EdidNumbers dell{0x10ac, 0xa0c4, 0};
+  // Two identical monitors, a built-in panel, and a monitor of another model.
+  const std::vector<Display> desk{{dell, false, 65, std::nullopt, 2560, 1440},
+                                  {dell, false, 66, "ab12cd34-ef56-7890", 1440, 2560},
+                                  {{}, true, 0, std::nullopt, 1511.6, 982},
+                                  {{0x10ac, 0xa0c5, 0}, false, 67, std::nullopt, 1920, 1080}};
+  EXPECT_EQ(ScreenIdentity::stableIDs(desk),
+            (std::vector<std::string>{"10ac-a0c4-00000000-65|2560x1440", "10ac-a0c4-00000000-ab12cd34ef56|1440x2560",
+                                      "builtin|1512x982", "10ac-a0c5-00000000|1920x1080"}));
+  // Displays that report nothing are twins of each other, so their numbers tell them apart.
+  EXPECT_EQ(
+      ScreenIdentity::stableIDs({{{}, false, 0, std::nullopt, 1280, 720}, {{}, false, 1, std::nullopt, 800, 600}}),
+      (std::vector<std::string>{"0000-0000-00000000-0|1280x720", "0000-0000-00000000-1|800x600"}));
+  EXPECT_EQ(ScreenIdentity::stableIDs({{{}, false, 3, std::nullopt, 800, 600}}),
+            std::vector<std::string>{"display-3|800x600"});
+  EXPECT_TRUE(ScreenIdentity::stableIDs({}).empty());
+}
+
 TEST(MonitorIdentity, ExactThenSameDeviceWithoutAmbiguity) {
   EXPECT_EQ(MonitorIdentity::resolve({"dell|1920x1080"}, {"dell|1920x1080"}),
             (Bindings{{"dell|1920x1080", "dell|1920x1080", MonitorMatch::exact}}));

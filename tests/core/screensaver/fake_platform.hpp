@@ -186,6 +186,10 @@ class FakeSurface : public ScreenSurface {
     lastContent = content;
     return {slot, content};
   }
+  void resize(Layer& layer, Size covering) override {
+    events_.push_back(
+        fmt::format("resized {} {}x{}", static_cast<FakeLayer&>(layer).name, covering.width, covering.height));
+  }
   std::optional<Filters> appearanceFilters(double dim, double saturation, double sharpen) override {
     return Filters::forAppearance(dim, saturation, sharpen);
   }

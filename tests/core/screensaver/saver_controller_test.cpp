@@ -597,5 +597,53 @@ TEST_F(SaverControllerTest, TimersThatOutliveTheControllerDoNothing) {
   view.post(std::string(SaverController::didStop));
 }
 
+TEST_F(SaverControllerTest, AResizeCoversTheNewBoundsAndPlacesAgainWithoutRestarting) {
+  // Light and dark twice a second: flashes the analyser counts without tripping.
+  media.luminanceAt = [](double at) { return (std::lround(at * 60) / 15) % 2 == 0 ? 0.05 : 0.9; };
+  writePlan(plan(content(WallpaperKind::video, "clip.mp4", FitMode::fit)));
+  make();
+  start();
+  ASSERT_TRUE(controller->watchingFlashes());
+  loop.advance(0.5);
+  const auto seen = controller->flashAnalyzer().transitions();
+  ASSERT_FALSE(seen.empty());
+  events.clear();
+  view.boundsSize = {959.6, 540.2};
+  controller->boundsChanged();
+  EXPECT_THAT(events, ElementsAre("resized slot 959.6x540.2", "resized content 959.6x540.2", "placed"));
+  EXPECT_EQ(surface.placed, VideoFit::compute(1280, 720, 960, 540, FitMode::fit));
+  EXPECT_EQ(surface.cropped, surface.placed);
+  EXPECT_EQ(media.videos.size(), 1U) << "the same video goes on";
+  EXPECT_TRUE(lastVideo()->playing);
+  EXPECT_TRUE(controller->watchingFlashes());
+  EXPECT_EQ(controller->flashAnalyzer().transitions(), seen) << "the guard's history survives a resize";
+  loop.advance(0.5);
+  EXPECT_EQ(lastVideo()->sampledRegions.back(), surface.placed->sourceCrop);
+  // Back to the whole screen: the screen's own placement again.
+  view.boundsSize = {1920, 1080};
+  controller->boundsChanged();
+  EXPECT_EQ(surface.placed->destination, (FitRect{0, 0, 3840, 2160}));
+}
+
+TEST_F(SaverControllerTest, AResizeBeforeTheLoadLandsPlacesWithTheNewBoundsOnce) {
+  writePlan(plan(content(WallpaperKind::image, "still.png")));
+  make();
+  controller->boundsChanged();  // nothing shown yet: nothing to do
+  EXPECT_TRUE(events.empty());
+  view.preview = true;
+  writePlan(plan(content(WallpaperKind::video, "clip.mp4")));
+  controller->startAnimation();
+  events.clear();
+  view.boundsSize = {400, 300};
+  controller->boundsChanged();
+  EXPECT_THAT(events, ElementsAre("resized slot 400x300", "resized content 400x300"));
+  loop.runPending();
+  EXPECT_EQ(surface.placed, VideoFit::compute(1280, 720, 400, 300, FitMode::fill));
+  controller->clear();
+  events.clear();
+  controller->boundsChanged();
+  EXPECT_TRUE(events.empty()) << "a cleared view has nothing to resize";
+}
+
 }  // namespace
 }  // namespace korvalen::saver
