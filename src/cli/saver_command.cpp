@@ -63,8 +63,8 @@ int runHeadless(const SaverOptions& o, Context& context) {
     throw Failure(writer.error());
   }
   const LogToStream logs(context.err);
-  engine::SoftwareSaver saver(
-      engine::SoftwareScreen{{static_cast<double>(size.width), static_cast<double>(size.height)}, screen, o.preview});
+  engine::SoftwareSaver saver(engine::SoftwareScreen{
+      {static_cast<double>(size.width), static_cast<double>(size.height)}, screen, o.preview, std::nullopt});
   auto controller = saver::SaverController::make(saver.platform(environment));
   controller->startAnimation();
   engine::Picture picture(size.width, size.height);

@@ -3,6 +3,7 @@
 #include "core/support/precondition.hpp"
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstring>
 #include <vector>
@@ -12,7 +13,7 @@ namespace {
 
 // Blends `layer` showing `picture` onto `target`: target pixels map back through the
 // layer's transform (translation and uniform scale) and show when they fall in the clip.
-void drawLayer(Picture& target, const TransitionLayer& layer, const Picture& picture) {
+void drawLayer(const Canvas& target, const TransitionLayer& layer, const Picture& picture) {
   const auto& m = layer.transform;
   if (m.m11 == 0 || m.m22 == 0) {
     return;
@@ -47,8 +48,8 @@ Area Area::intersection(const Area& other) const {
   return Area{left, top, std::max(0.0, right - left), std::max(0.0, bottom - top)};
 }
 
-void drawPicture(Picture& target, const Picture& picture, const Mapping& mapX, const Mapping& mapY, const Area& clip,
-                 double opacity) {
+void drawPicture(const Canvas& target, const Picture& picture, const Mapping& mapX, const Mapping& mapY,
+                 const Area& clip, double opacity) {
   opacity = std::isfinite(opacity) ? std::clamp(opacity, 0.0, 1.0) : 0.0;
   if (opacity <= 0 || picture.width < 1 || picture.height < 1) {
     return;
@@ -81,7 +82,7 @@ void drawPicture(Picture& target, const Picture& picture, const Mapping& mapX, c
       continue;
     }
     const std::uint8_t* sourceRow = picture.at(0, static_cast<std::int64_t>(sourceY));
-    auto* row = target.bgra.data() + y * target.width * 4;
+    auto* row = target.row(y);
     if (opaque && contiguous) {
       // The picture at its own size: one copy per row.
       std::memcpy(row + x0 * 4, sourceRow + columns.front() * 4, static_cast<std::size_t>(x1 - x0) * 4);
@@ -117,6 +118,11 @@ void Picture::set(std::int64_t x, std::int64_t y, std::uint8_t blue, std::uint8_
   pixel[0] = blue;
   pixel[1] = green;
   pixel[2] = red;
+}
+
+std::uint64_t Picture::freshSerial() {
+  static std::atomic<std::uint64_t> last{0};
+  return ++last;
 }
 
 const std::uint8_t* Picture::at(std::int64_t x, std::int64_t y) const {
@@ -164,8 +170,8 @@ Picture composite(const TransitionFrame& frame, const Picture& outgoing, const P
   KORVALEN_PRECONDITION(outgoing.width == frame.width && outgoing.height == frame.height);
   KORVALEN_PRECONDITION(incoming.width == frame.width && incoming.height == frame.height);
   Picture target(frame.width, frame.height);
-  drawLayer(target, frame.outgoing, outgoing);
-  drawLayer(target, frame.incoming, incoming);
+  drawLayer(target.canvas(), frame.outgoing, outgoing);
+  drawLayer(target.canvas(), frame.incoming, incoming);
   return target;
 }
 

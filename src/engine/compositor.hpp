@@ -10,6 +10,17 @@
 
 namespace korvalen::engine {
 
+// Pixels drawn into: 4 bytes each in B, G, R, X order, rows `stride` bytes apart. A picture
+// of ours, or memory a window system hands out, so a frame is composed where it is shown.
+struct Canvas {
+  std::uint8_t* pixels = nullptr;
+  std::int64_t width = 0;
+  std::int64_t height = 0;
+  std::int64_t stride = 0;
+
+  [[nodiscard]] std::uint8_t* row(std::int64_t y) const { return pixels + y * stride; }
+};
+
 struct Picture {
   std::int64_t width = 0;
   std::int64_t height = 0;
@@ -19,6 +30,12 @@ struct Picture {
   Picture(std::int64_t w, std::int64_t h);
   void set(std::int64_t x, std::int64_t y, std::uint8_t blue, std::uint8_t green, std::uint8_t red);
   [[nodiscard]] const std::uint8_t* at(std::int64_t x, std::int64_t y) const;
+  [[nodiscard]] Canvas canvas() { return Canvas{bgra.data(), width, height, width * 4}; }
+  // Who made this content, and which of its states it is: equal serials, equal pixels. 0 for
+  // pictures nobody numbers.
+  std::uint64_t serial = 0;
+  // A serial never given out before (never 0).
+  static std::uint64_t freshSerial();
 };
 
 // A rectangle in target pixels (x right, y down).
@@ -42,8 +59,8 @@ struct Mapping {
 // Draws `picture` onto `target` within `clip`: each target pixel whose centre lies in the
 // clip shows the picture's pixel it maps to (nearest), blended at `opacity`; target pixels
 // that map outside the picture are left alone.
-void drawPicture(Picture& target, const Picture& picture, const Mapping& mapX, const Mapping& mapY, const Area& clip,
-                 double opacity = 1);
+void drawPicture(const Canvas& target, const Picture& picture, const Mapping& mapX, const Mapping& mapY,
+                 const Area& clip, double opacity = 1);
 
 // Two distinct test pictures of the given size: blue and white bars, and an orange and
 // dark-grey checkerboard with a bright disc, so that every effect can be told apart.

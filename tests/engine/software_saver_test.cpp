@@ -66,7 +66,7 @@ class SoftwareSaverTest : public ::testing::Test {
         std::make_unique<SoftwareSaver>(SoftwareScreen{size,
                                                        "display-0|" + std::to_string(static_cast<int>(size.width)) +
                                                            "x" + std::to_string(static_cast<int>(size.height)),
-                                                       preview});
+                                                       preview, std::nullopt});
     const auto path = planPath().string();
     controller_ = saver::SaverController::make(saver_->platform([path](std::string_view name) {
       return name == "KORVALEN_SAVER_PLAN" ? std::optional<std::string>(path) : std::nullopt;
@@ -293,7 +293,7 @@ TEST_F(SoftwareSaverTest, WhatCannotBeShownIsBlackWithItsLine) {
   }
   fs::remove(planPath());
   controller_.reset();
-  saver_ = std::make_unique<SoftwareSaver>(SoftwareScreen{{16, 16}, "display-0|16x16", false});
+  saver_ = std::make_unique<SoftwareSaver>(SoftwareScreen{{16, 16}, "display-0|16x16", false, std::nullopt});
   const auto path = planPath().string();
   controller_ = saver::SaverController::make(saver_->platform([path](std::string_view name) {
     return name == "KORVALEN_SAVER_PLAN" ? std::optional<std::string>(path) : std::nullopt;
@@ -309,6 +309,58 @@ TEST_F(SoftwareSaverTest, AStillAndAWebPagesStillBothShow) {
   web.still = file("still.png");
   start(planWith(web), {20, 20});
   expectColour(at(0.2), 10, 10, {255, 165, 0}, "the page's still");
+}
+
+TEST_F(SoftwareSaverTest, DrawingOnlyWhenChangedSkipsAnUnchangedPictureAndNotANewFrame) {
+  start(planWith(video("count.mp4")), {64, 48});
+  Picture picture(64, 48);
+  saver_->loop().runUntil(0.01);
+  EXPECT_TRUE(saver_->draw(picture.canvas(), true));
+  const auto first = picture.bgra;
+  std::fill(picture.bgra.begin(), picture.bgra.end(), std::uint8_t{7});
+  saver_->loop().runUntil(0.05);  // still the first frame (10 a second)
+  EXPECT_FALSE(saver_->draw(picture.canvas(), true));
+  EXPECT_EQ(picture.bgra[0], 7) << "nothing was drawn";
+  saver_->loop().runUntil(0.15);
+  EXPECT_TRUE(saver_->draw(picture.canvas(), true)) << "the next frame is due";
+  EXPECT_EQ(korvalen::testing::numberInFrame(picture.bgra.data(), 64 * 4), 1);
+  EXPECT_FALSE(saver_->draw(picture.canvas(), true));
+  EXPECT_TRUE(saver_->draw(picture.canvas())) << "asked to, it always draws";
+  // A change of the layers (the flash guard pausing, a resize) counts as well.
+  saver_->setScreen(SoftwareScreen{{32, 24}, "display-0|64x48", false, saver::Size{64, 48}});
+  controller_->boundsChanged();
+  Picture smaller(32, 24);
+  EXPECT_TRUE(saver_->draw(smaller.canvas(), true));
+}
+
+TEST_F(SoftwareSaverTest, AResizedViewIsPlacedAgainInItsNewBounds) {
+  start(planWith(video("quad.mp4", FitMode::stretch)), {320, 180});
+  expectColour(at(0.2), 300, 170, {255, 255, 255}, "white quadrant, bottom right");
+  size_ = {160, 180};
+  saver_->setScreen(SoftwareScreen{size_, "display-0|320x180", false, saver::Size{320, 180}});
+  controller_->boundsChanged();
+  const auto narrow = at(0.3);
+  expectColour(narrow, 150, 170, {255, 255, 255}, "stretched into the narrower view");
+  expectColour(narrow, 10, 10, {255, 0, 0}, "red quadrant, top left");
+  expectColour(narrow, 150, 10, {0, 255, 0}, "green quadrant, top right");
+}
+
+TEST_F(SoftwareSaverTest, ALiveLoopWakesForTheNextFrameAndSkipsTheTicksAStallMissed) {
+  start(planWith(video("count.mp4")), {64, 48});
+  auto& loop = saver_->loop();
+  loop.runUntil(0.01);
+  loop.setLive(true);
+  Picture picture(64, 48);
+  saver_->draw(picture);
+  EXPECT_NEAR(loop.nextWake(), 1.0 / 60, 1e-9) << "the flash watch's next tick comes first";
+  int ticks = 0;
+  auto timer = loop.scheduleRepeating(0.5, [&] { ++ticks; });
+  loop.runUntil(10);  // the machine slept for ten seconds
+  EXPECT_EQ(ticks, 1) << "one tick, not twenty";
+  EXPECT_LE(loop.nextWake(), 10) << "a video behind its clock asks to be woken at once";
+  controller_->stopAnimation();
+  timer.reset();
+  EXPECT_EQ(loop.nextWake(), std::numeric_limits<double>::infinity()) << "nothing left to wake for";
 }
 
 }  // namespace

@@ -1,9 +1,9 @@
 // MediaDecoder on the FFmpeg libraries (libavformat, libavcodec, libswscale).
 #include "engine/media_decoder.hpp"
 
+#include "engine/linux/ffmpeg_support.hpp"
+
 extern "C" {
-#include <libavcodec/avcodec.h>
-#include <libavformat/avformat.h>
 #include <libavutil/imgutils.h>
 #include <libavutil/pixdesc.h>
 #include <libswscale/swscale.h>
@@ -22,75 +22,9 @@ extern "C" {
 namespace korvalen::engine {
 namespace {
 
-std::string errorText(int code) {
-  std::array<char, AV_ERROR_MAX_STRING_SIZE> text{};
-  av_strerror(code, text.data(), text.size());
-  return text.data();
-}
-
-// The libraries' own chatter would land on the user's terminal; our errors say what matters.
-void quietLibraries() {
-  static std::once_flag once;
-  std::call_once(once, [] { av_log_set_level(AV_LOG_QUIET); });
-}
-
-struct FormatCloser {
-  void operator()(AVFormatContext* format) const { avformat_close_input(&format); }
-};
-struct CodecCloser {
-  void operator()(AVCodecContext* codec) const { avcodec_free_context(&codec); }
-};
-struct PacketFreer {
-  void operator()(AVPacket* packet) const { av_packet_free(&packet); }
-};
-struct FrameFreer {
-  void operator()(AVFrame* frame) const { av_frame_free(&frame); }
-};
 struct ScalerFreer {
   void operator()(SwsContext* scaler) const { sws_freeContext(scaler); }
 };
-
-// An opened file: its container, the chosen video stream and its decoder.
-struct Opened {
-  std::unique_ptr<AVFormatContext, FormatCloser> format;
-  std::unique_ptr<AVCodecContext, CodecCloser> codec;
-  int stream = -1;
-};
-
-std::expected<Opened, std::string> openFile(const std::filesystem::path& file) {
-  const auto name = file.string();
-  AVFormatContext* raw = nullptr;
-  // A "file:" URL, so a name with a colon is never taken for a protocol.
-  if (const int opened = avformat_open_input(&raw, ("file:" + name).c_str(), nullptr, nullptr); opened < 0) {
-    if (opened == AVERROR(ENOENT)) {
-      return std::unexpected(fmt::format("{}: there is no such file", name));
-    }
-    if (opened == AVERROR_INVALIDDATA) {
-      return std::unexpected(fmt::format("{}: it is not a video or picture that can be read", name));
-    }
-    return std::unexpected(fmt::format("{}: it could not be opened ({})", name, errorText(opened)));
-  }
-  Opened result;
-  result.format.reset(raw);
-  if (const int found = avformat_find_stream_info(raw, nullptr); found < 0) {
-    return std::unexpected(fmt::format("{}: it is not media that can be read ({})", name, errorText(found)));
-  }
-  const AVCodec* decoder = nullptr;
-  result.stream = av_find_best_stream(raw, AVMEDIA_TYPE_VIDEO, -1, -1, &decoder, 0);
-  if (result.stream < 0 || decoder == nullptr) {
-    return std::unexpected(fmt::format("{}: it has no video or picture in it", name));
-  }
-  result.codec.reset(avcodec_alloc_context3(decoder));
-  if (!result.codec || avcodec_parameters_to_context(result.codec.get(), raw->streams[result.stream]->codecpar) < 0) {
-    return std::unexpected(fmt::format("{}: its video could not be prepared for decoding", name));
-  }
-  result.codec->thread_count = 0;  // as many as the machine has, as ffmpeg itself does
-  if (const int ready = avcodec_open2(result.codec.get(), decoder, nullptr); ready < 0) {
-    return std::unexpected(
-        fmt::format("{}: its {} video cannot be decoded ({})", name, decoder->name, errorText(ready)));
-  }
-  return result;
-}
 
 bool isAnimatedImage(std::string_view codec) {
   return codec == "gif" || codec == "apng" || codec == "webp";
@@ -186,7 +120,7 @@ struct MediaDecoder::State {
       rewoundBySeek = true;
       return true;
     }
-    auto again = openFile(file);
+    auto again = openFile(file, AVMEDIA_TYPE_VIDEO);
     if (!again) {
       return false;
     }
@@ -375,7 +309,7 @@ MediaDecoder::~MediaDecoder() {
 std::expected<std::unique_ptr<MediaDecoder>, std::string> MediaDecoder::open(const std::filesystem::path& file,
                                                                              const DecoderOptions& options) {
   quietLibraries();
-  auto opened = openFile(file);
+  auto opened = openFile(file, AVMEDIA_TYPE_VIDEO);
   if (!opened) {
     return std::unexpected(opened.error());
   }

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <thread>
 
 namespace korvalen::engine {
@@ -23,18 +24,18 @@ class SoftwareTimer final : public saver::Timer {
 };
 
 // The whole pixels of `target` an area covers: left, top, right, bottom (exclusive).
-std::array<std::int64_t, 4> pixelsOf(const Picture& target, const Area& area) {
+std::array<std::int64_t, 4> pixelsOf(const Canvas& target, const Area& area) {
   const auto edge = [](double at, std::int64_t size) { return std::clamp<std::int64_t>(std::llround(at), 0, size); };
   return {edge(area.x, target.width), edge(area.y, target.height), edge(area.x + area.width, target.width),
           edge(area.y + area.height, target.height)};
 }
 
 // Dim and saturation: each colour through the colour-matrix filter's vectors.
-void applyColorMatrix(Picture& target, const Area& area, const std::array<std::array<double, 4>, 5>& m) {
+void applyColorMatrix(const Canvas& target, const Area& area, const std::array<std::array<double, 4>, 5>& m) {
   const auto [x0, y0, x1, y1] = pixelsOf(target, area);
   for (std::int64_t y = y0; y < y1; ++y) {
     for (std::int64_t x = x0; x < x1; ++x) {
-      auto* pixel = target.bgra.data() + (y * target.width + x) * 4;
+      auto* pixel = target.row(y) + x * 4;
       const double r = pixel[2] / 255.0;
       const double g = pixel[1] / 255.0;
       const double b = pixel[0] / 255.0;
@@ -49,9 +50,16 @@ void applyColorMatrix(Picture& target, const Area& area, const std::array<std::a
 }
 
 // Sharpening: each pixel pushed away from the mean of its 3x3 neighbourhood.
-void sharpen(Picture& target, const Area& area, double amount) {
+void sharpen(const Canvas& target, const Area& area, double amount) {
   const auto [x0, y0, x1, y1] = pixelsOf(target, area);
-  const Picture before = target;
+  if (x1 <= x0 || y1 <= y0) {
+    return;
+  }
+  // The area as it was, since each pixel reads its neighbours' old values.
+  Picture before(x1 - x0, y1 - y0);
+  for (std::int64_t y = y0; y < y1; ++y) {
+    std::copy_n(target.row(y) + x0 * 4, (x1 - x0) * 4, before.bgra.data() + (y - y0) * before.width * 4);
+  }
   for (std::int64_t y = y0; y < y1; ++y) {
     for (std::int64_t x = x0; x < x1; ++x) {
       for (int channel = 0; channel < 3; ++channel) {
@@ -61,14 +69,13 @@ void sharpen(Picture& target, const Area& area, double amount) {
           for (std::int64_t dx = -1; dx <= 1; ++dx) {
             const auto nx = std::clamp(x + dx, x0, x1 - 1);
             const auto ny = std::clamp(y + dy, y0, y1 - 1);
-            sum += before.at(nx, ny)[channel];
+            sum += before.at(nx - x0, ny - y0)[channel];
             ++count;
           }
         }
-        const double here = before.at(x, y)[channel];
+        const double here = before.at(x - x0, y - y0)[channel];
         const double value = here + amount * (here - sum / count);
-        target.bgra[static_cast<std::size_t>((y * target.width + x) * 4 + channel)] =
-            static_cast<std::uint8_t>(std::lround(std::clamp(value, 0.0, 255.0)));
+        target.row(y)[x * 4 + channel] = static_cast<std::uint8_t>(std::lround(std::clamp(value, 0.0, 255.0)));
       }
     }
   }
@@ -83,7 +90,7 @@ struct Placement {
 };
 
 void composeLayer(const SoftwareLayer& layer, double time, double parentTime, const Placement& parent, const Area& clip,
-                  Picture& target) {
+                  const Canvas& target) {
   if (layer.hidden) {
     return;
   }
@@ -119,28 +126,88 @@ void composeLayer(const SoftwareLayer& layer, double time, double parentTime, co
   }
 }
 
+// FNV-1a over the bits of each value: a key, not a defence against anyone.
+class KeyBuilder {
+ public:
+  template <class T>
+  void add(const T& value) {
+    std::array<unsigned char, sizeof(T)> bytes{};
+    std::memcpy(bytes.data(), &value, sizeof(T));
+    for (const auto byte : bytes) {
+      key_ = (key_ ^ byte) * 1099511628211ULL;
+    }
+  }
+  [[nodiscard]] std::uint64_t key() const { return key_; }
+
+ private:
+  std::uint64_t key_ = 14695981039346656037ULL;
+};
+
+void addLayer(KeyBuilder& key, const SoftwareLayer& layer, double time, double parentTime) {
+  key.add(&layer);
+  key.add(layer.hidden);
+  if (layer.hidden) {
+    return;
+  }
+  const double localTime = layer.localTime(time, parentTime);
+  for (const double value :
+       {layer.frame.x, layer.frame.y, layer.frame.width, layer.frame.height, layer.scaleX, layer.scaleY}) {
+    key.add(value);
+  }
+  key.add(layer.masks);
+  key.add(layer.filters.has_value());
+  if (layer.filters) {
+    key.add(layer.filters->sharpen);
+    if (layer.filters->colorMatrix) {
+      key.add(*layer.filters->colorMatrix);
+    }
+  }
+  if (layer.content) {
+    const Picture* picture = layer.content(localTime);
+    key.add(picture);
+    // Unnumbered pictures are taken to change every time.
+    key.add(picture != nullptr ? (picture->serial != 0 ? picture->serial : Picture::freshSerial()) : 0);
+  }
+  key.add(layer.children.size());
+  for (const auto& child : layer.children) {
+    addLayer(key, *child, time, localTime);
+  }
+}
+
 Picture pictureOf(DecodedFrame&& frame) {
   Picture picture;
   picture.width = frame.width;
   picture.height = frame.height;
   picture.bgra = std::move(frame.pixels);
+  picture.serial = Picture::freshSerial();
   return picture;
 }
 
 // A video on the software engine: decoded ahead on the decoder's thread, shown by the loop's
-// clock at the video's rate, its stretch looped.
+// clock at the video's rate, its stretch looped; its sound, when it has a level and there is
+// an output, decoded on a thread of its own and kept with the picture.
 class SoftwareVideo final : public saver::VideoWallpaper, public std::enable_shared_from_this<SoftwareVideo> {
  public:
-  SoftwareVideo(std::filesystem::path file, TrimRange trim, SaverLoop& loop)
-      : file_(std::move(file)), trim_(trim), loop_(loop) {}
+  SoftwareVideo(std::filesystem::path file, TrimRange trim, SaverLoop& loop, std::shared_ptr<SoundOutput> output)
+      : file_(std::move(file)), trim_(trim), loop_(loop), output_(std::move(output)) {}
+  ~SoftwareVideo() override { stopSound(); }
+  SoftwareVideo(const SoftwareVideo&) = delete;
+  SoftwareVideo& operator=(const SoftwareVideo&) = delete;
 
   void setRate(double rate) override {
     rebase();
     rate_ = keptRate(rate);
+    if (sound_) {
+      sound_->setRate(rate_);
+    }
   }
   [[nodiscard]] double rate() const override { return rate_; }
-  // Kept for the sound, which the window host plays.
-  void setSoundLevel(double level) override { level_ = level; }
+  void setSoundLevel(double level) override {
+    level_ = level;
+    if (sound_) {
+      sound_->setLevel(level);
+    }
+  }
   [[nodiscard]] double soundLevel() const override { return level_; }
   std::shared_ptr<saver::Layer> makeLayer() override {
     auto layer = std::make_shared<SoftwareLayer>(loop_, Area{});
@@ -156,22 +223,31 @@ class SoftwareVideo final : public saver::VideoWallpaper, public std::enable_sha
     options.start = std::max(trim_.start, 0.0);
     options.end = trim_.end > trim_.start ? trim_.end : std::numeric_limits<double>::infinity();
     options.loop = true;
+    // A silent video decodes no sound at all.
+    const int soundRate = output_ && level_ > 0 ? output_->sampleRate() : 0;
     std::weak_ptr<SoftwareVideo> self = weak_from_this();
     loop_.beginWork();
-    std::thread([self, file = file_, options, done = std::move(done), &loop = loop_]() mutable {
+    std::thread([self, file = file_, options, soundRate, done = std::move(done), &loop = loop_]() mutable {
       auto opened = MediaDecoder::open(file, options);
       std::shared_ptr<MediaDecoder> decoder;
+      std::shared_ptr<SoundTrack> sound;
       std::expected<saver::PixelSize, std::string> result = std::unexpected(std::string());
       if (opened) {
         decoder = std::move(*opened);
         result = saver::PixelSize{decoder->info().width, decoder->info().height};
+        if (soundRate > 0) {
+          // Sound that will not decode leaves the picture playing on its own.
+          auto track = SoundTrack::open(file, options.start, options.end, soundRate);
+          sound = track ? *track : nullptr;
+        }
       } else {
         result = std::unexpected(opened.error());
       }
-      loop.finishWork([self, decoder, result, done = std::move(done)] {
+      loop.finishWork([self, decoder, sound, result, done = std::move(done)] {
         if (auto video = self.lock(); video && decoder) {
           video->decoder_ = decoder;
-          video->takeFrame();  // the first frame shows at once, playing or held
+          video->takeFrame(true);  // the first frame shows at once, playing or held
+          video->attachSound(sound);
         }
         done(result);
       });
@@ -180,14 +256,22 @@ class SoftwareVideo final : public saver::VideoWallpaper, public std::enable_sha
   void play() override {
     rebase();
     playing_ = true;
+    if (sound_) {
+      sound_->follow(position());
+      sound_->play();
+    }
   }
   void pause() override {
     rebase();
     playing_ = false;
+    if (sound_) {
+      sound_->pause();
+    }
   }
   void stop() override {
     playing_ = false;
     decoder_.reset();
+    stopSound();
   }
   std::optional<std::vector<double>> sampleLuminances(const std::vector<FitRect>& regions) override {
     const Picture* picture = shown();
@@ -212,15 +296,36 @@ class SoftwareVideo final : public saver::VideoWallpaper, public std::enable_sha
     position_ = position();
     since_ = loop_.mediaTime();
   }
-  // The next decoded frame becomes the one shown; false at the end or on an error.
-  bool takeFrame() {
+  void attachSound(std::shared_ptr<SoundTrack> sound) {
+    if (!sound || !output_) {
+      return;
+    }
+    sound_ = std::move(sound);
+    sound_->setLevel(level_);
+    sound_->setRate(rate_);
+    output_->add(sound_);
+    if (playing_) {
+      play();
+    }
+  }
+  void stopSound() {
+    if (sound_) {
+      output_->remove(*sound_);
+      sound_->stop();
+      sound_.reset();
+    }
+  }
+  // The next decoded frame becomes the one shown; false at the end, on an error, or (when
+  // not waiting) when it is not decoded yet.
+  bool takeFrame(bool wait) {
     if (!decoder_) {
       return false;
     }
     DecodedFrame frame;
     frame.pixels = std::move(spare_);
-    const auto more = decoder_->next(frame);
+    const auto more = wait ? decoder_->next(frame) : decoder_->tryNext(frame);
     if (!more || !*more) {
+      spare_ = std::move(frame.pixels);
       return false;
     }
     if (!current_) {
@@ -243,10 +348,17 @@ class SoftwareVideo final : public saver::VideoWallpaper, public std::enable_sha
     if (current_ && decoder_) {
       const double at = position();
       // The next frame starts where this one ends; never more than a pass's worth at once.
-      for (int taken = 0; taken < 10000 && lastEnd_ - passStart_ + passOffset_ <= at + 1e-9; ++taken) {
-        if (!takeFrame()) {
+      const auto nextStart = [this] { return lastEnd_ - passStart_ + passOffset_; };
+      for (int taken = 0; taken < 10000 && nextStart() <= at + 1e-9; ++taken) {
+        if (!takeFrame(!loop_.live())) {
           break;
         }
+      }
+      if (playing_ && rate_ > 0) {
+        loop_.wakeBy(since_ + (nextStart() - position_) / rate_);
+      }
+      if (sound_ && playing_) {
+        sound_->follow(at);
       }
     }
     return current_ ? &*current_ : nullptr;
@@ -255,7 +367,9 @@ class SoftwareVideo final : public saver::VideoWallpaper, public std::enable_sha
   std::filesystem::path file_;
   TrimRange trim_;
   SaverLoop& loop_;
+  std::shared_ptr<SoundOutput> output_;
   std::shared_ptr<MediaDecoder> decoder_;
+  std::shared_ptr<SoundTrack> sound_;
   std::optional<Picture> current_;
   std::vector<std::uint8_t> spare_;
   double rate_ = 1;
@@ -330,9 +444,9 @@ constexpr std::size_t maximumPictureFrames = 2000;
 
 class SoftwareMedia final : public saver::MediaFactory {
  public:
-  explicit SoftwareMedia(SaverLoop& loop) : loop_(loop) {}
+  SoftwareMedia(SaverLoop& loop, std::shared_ptr<SoundOutput> sound) : loop_(loop), sound_(std::move(sound)) {}
   std::shared_ptr<saver::VideoWallpaper> makeVideo(const std::filesystem::path& file, const TrimRange& trim) override {
-    return std::make_shared<SoftwareVideo>(file, trim, loop_);
+    return std::make_shared<SoftwareVideo>(file, trim, loop_, sound_);
   }
   std::expected<std::shared_ptr<saver::DecodedImage>, std::string> loadImage(
       const std::filesystem::path& file) override {
@@ -366,6 +480,7 @@ class SoftwareMedia final : public saver::MediaFactory {
 
  private:
   SaverLoop& loop_;
+  std::shared_ptr<SoundOutput> sound_;
 };
 
 class SoftwareSurface final : public saver::ScreenSurface {
@@ -425,8 +540,13 @@ class SoftwareView final : public saver::HostView {
         root(std::make_shared<SoftwareLayer>(loop, Area{0, 0, screen.size.width, screen.size.height})) {}
   [[nodiscard]] bool isPreview() const override { return screen_.preview; }
   [[nodiscard]] saver::Size bounds() const override { return screen_.size; }
-  [[nodiscard]] bool hasWindow() const override { return true; }
-  [[nodiscard]] std::optional<saver::Screen> windowScreen() const override { return saver::Screen{0, screen_.size}; }
+  [[nodiscard]] bool hasWindow() const override { return inWindow; }
+  [[nodiscard]] std::optional<saver::Screen> windowScreen() const override {
+    if (!inWindow) {
+      return std::nullopt;
+    }
+    return saver::Screen{0, screen_.screen.value_or(screen_.size)};
+  }
   [[nodiscard]] std::optional<saver::Screen> mainScreen() const override { return windowScreen(); }
   saver::Layer& layer() override { return *root; }
   void prepareLayer() override {}  // the picture starts black
@@ -436,6 +556,7 @@ class SoftwareView final : public saver::HostView {
 
   SoftwareScreen screen_;
   std::shared_ptr<SoftwareLayer> root;
+  bool inWindow = true;
 };
 
 }  // namespace
@@ -460,10 +581,26 @@ void SaverLoop::finishWork(std::function<void()> task) {
   changed_.notify_all();
 }
 
+void SaverLoop::wakeBy(double time) {
+  wake_ = std::min(wake_, time);
+}
+
+double SaverLoop::nextWake() {
+  double next = wake_;
+  wake_ = std::numeric_limits<double>::infinity();
+  for (const auto& entry : entries_) {
+    if (*entry.alive) {
+      next = std::min(next, entry.due);
+    }
+  }
+  return next;
+}
+
 void SaverLoop::runPosted(std::unique_lock<std::mutex>& lock) {
-  // Loads finish "at once" on this clock: wait for them rather than let the wall clock decide.
+  // Headless, loads finish "at once" on this clock: wait for them rather than let the wall
+  // clock decide. Live, they land when they land.
   while (true) {
-    changed_.wait(lock, [&] { return working_ == 0 || !posted_.empty(); });
+    changed_.wait(lock, [&] { return live_ || working_ == 0 || !posted_.empty(); });
     if (posted_.empty()) {
       return;
     }
@@ -480,6 +617,14 @@ void SaverLoop::runUntil(double time) {
   runPosted(lock);
   lock.unlock();
   std::erase_if(entries_, [](const Entry& entry) { return !*entry.alive; });
+  if (live_) {
+    // After a stall a timer fires once, as a run-loop timer does, not once per missed tick.
+    for (auto& entry : entries_) {
+      if (entry.due + entry.interval < time) {
+        entry.due = time;
+      }
+    }
+  }
   while (true) {
     const Entry* next = nullptr;
     for (const auto& entry : entries_) {
@@ -536,26 +681,35 @@ double SoftwareLayer::localTime(double time, double parentTime) const {
   return ownClock_ ? baseLocal_ + (time - base_) * speed_ : parentTime;
 }
 
-void compose(const SoftwareLayer& root, double time, Picture& target) {
-  std::fill(target.bgra.begin(), target.bgra.end(), std::uint8_t{0});
-  for (std::size_t alpha = 3; alpha < target.bgra.size(); alpha += 4) {
-    target.bgra[alpha] = 255;
+void compose(const SoftwareLayer& root, double time, const Canvas& target) {
+  static constexpr std::uint32_t black = 0xFF000000U;  // B, G, R, A in memory
+  for (std::int64_t y = 0; y < target.height; ++y) {
+    auto* row = target.row(y);
+    for (std::int64_t x = 0; x < target.width; ++x) {
+      std::memcpy(row + x * 4, &black, 4);
+    }
   }
   const Area all{0, 0, static_cast<double>(target.width), static_cast<double>(target.height)};
   composeLayer(root, time, time, Placement{}, all, target);
 }
 
+std::uint64_t sceneKey(const SoftwareLayer& root, double time) {
+  KeyBuilder key;
+  addLayer(key, root, time, time);
+  return key.key();
+}
+
 struct SoftwareSaver::Parts {
-  Parts(const SoftwareScreen& screen, SaverLoop& loop)
-      : view(screen, loop), surface(loop), identity(screen.id), media(loop) {}
+  Parts(const SoftwareScreen& screen, SaverLoop& loop, std::shared_ptr<SoundOutput> sound)
+      : view(screen, loop), surface(loop), identity(screen.id), media(loop, std::move(sound)) {}
   SoftwareView view;
   SoftwareSurface surface;
   FixedIdentity identity;
   SoftwareMedia media;
 };
 
-SoftwareSaver::SoftwareSaver(const SoftwareScreen& screen)
-    : loop_(std::make_unique<SaverLoop>()), parts_(std::make_unique<Parts>(screen, *loop_)) {}
+SoftwareSaver::SoftwareSaver(const SoftwareScreen& screen, std::shared_ptr<SoundOutput> sound)
+    : loop_(std::make_unique<SaverLoop>()), parts_(std::make_unique<Parts>(screen, *loop_, std::move(sound))) {}
 
 SoftwareSaver::~SoftwareSaver() {
   // Loads still under way post to the loop: let them land before it goes.
@@ -569,8 +723,30 @@ saver::Platform SoftwareSaver::platform(paths::Environment environment) {
       }};
 }
 
-void SoftwareSaver::draw(Picture& target) {
-  compose(*parts_->view.root, loop_->mediaTime(), target);
+bool SoftwareSaver::draw(const Canvas& target, bool onlyWhenChanged) {
+  const auto& root = *parts_->view.root;
+  if (onlyWhenChanged) {
+    const auto key =
+        sceneKey(root, loop_->mediaTime()) ^ static_cast<std::uint64_t>(target.width * 65537 + target.height);
+    if (drawn_ == key) {
+      return false;
+    }
+    drawn_ = key;
+  } else {
+    drawn_.reset();
+  }
+  compose(root, loop_->mediaTime(), target);
+  return true;
+}
+
+void SoftwareSaver::setScreen(const SoftwareScreen& screen) {
+  auto& view = parts_->view;
+  view.screen_ = screen;
+  view.root->frame = Area{0, 0, screen.size.width, screen.size.height};
+}
+
+void SoftwareSaver::leaveWindow() {
+  parts_->view.inWindow = false;
 }
 
 }  // namespace korvalen::engine

@@ -9,10 +9,12 @@
 
 #include "core/screensaver/saver_platform.hpp"
 #include "engine/compositor.hpp"
+#include "engine/sound_track.hpp"
 
 #include <condition_variable>
 #include <deque>
 #include <functional>
+#include <limits>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -34,6 +36,16 @@ class SaverLoop final : public saver::MainLoop {
   // falls due, with the clock at the timer's time.
   void runUntil(double time);
 
+  // Live, the clock follows a real one: loads land when they finish instead of being waited
+  // for, a frame not decoded yet is not waited for, and a timer that fell far behind (the
+  // machine stalled) fires once rather than once for every tick it missed.
+  void setLive(bool live) { live_ = live; }
+  [[nodiscard]] bool live() const { return live_; }
+  // Something will change at `time` (a video's next frame): the host should look again then.
+  void wakeBy(double time);
+  // When the loop next has something to do: the earliest timer or requested wake.
+  [[nodiscard]] double nextWake();
+
  private:
   struct Entry {
     double interval;
@@ -49,6 +61,8 @@ class SaverLoop final : public saver::MainLoop {
   std::condition_variable changed_;
   std::deque<std::function<void()>> posted_;
   int working_ = 0;
+  bool live_ = false;
+  double wake_ = std::numeric_limits<double>::infinity();
 };
 
 // A layer of the CPU compositor.
@@ -92,18 +106,24 @@ class SoftwareLayer final : public saver::Layer, public std::enable_shared_from_
 };
 
 // Draws `root` and everything in it over black into `target`, at the loop's `time`.
-void compose(const SoftwareLayer& root, double time, Picture& target);
+void compose(const SoftwareLayer& root, double time, const Canvas& target);
+// What `compose` would draw at `time`, as a number: equal keys, equal pictures (the layers,
+// their geometry and filters, and which frame each shows).
+std::uint64_t sceneKey(const SoftwareLayer& root, double time);
 
 struct SoftwareScreen {
-  saver::Size size;
-  std::string id;  // the screen's stable identifier
+  saver::Size size;  // the view's bounds
+  std::string id;    // the screen's stable identifier
   bool preview = false;
+  // The frame of the screen the view is on, when it is not the view's own size.
+  std::optional<saver::Size> screen;
 };
 
 // Everything the controller needs, for one screen of a given size, without a display.
 class SoftwareSaver {
  public:
-  explicit SoftwareSaver(const SoftwareScreen& screen);
+  // With an output, videos whose sound level is above 0 play their sound through it.
+  explicit SoftwareSaver(const SoftwareScreen& screen, std::shared_ptr<SoundOutput> sound = nullptr);
   ~SoftwareSaver();
   SoftwareSaver(const SoftwareSaver&) = delete;
   SoftwareSaver& operator=(const SoftwareSaver&) = delete;
@@ -111,12 +131,20 @@ class SoftwareSaver {
   [[nodiscard]] saver::Platform platform(paths::Environment environment);
   SaverLoop& loop() { return *loop_; }
   // The screen as it looks at the loop's present time.
-  void draw(Picture& target);
+  void draw(Picture& target) { draw(target.canvas()); }
+  // The same into any canvas of the view's size; with `onlyWhenChanged`, nothing is drawn
+  // when the picture is the one drawn last time. Returns whether it drew.
+  bool draw(const Canvas& target, bool onlyWhenChanged = false);
+  // The view's bounds or screen changed; the controller is told separately.
+  void setScreen(const SoftwareScreen& screen);
+  // The view's window is gone.
+  void leaveWindow();
 
  private:
   struct Parts;
   std::unique_ptr<SaverLoop> loop_;
   std::unique_ptr<Parts> parts_;
+  std::optional<std::uint64_t> drawn_;  // the scene key last drawn
 };
 
 }  // namespace korvalen::engine
