@@ -38,7 +38,8 @@ int run(const std::vector<std::string>& arguments, Context& context) {
   addSaverCommand(app, context, action);
   addDemoCommand(app, context, action);
 
-  std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
+  const auto spelled = withLongOptions(arguments);
+  std::vector<std::string> reversed(spelled.rbegin(), spelled.rend());
   try {
     app.parse(reversed);
   } catch (const CLI::CallForHelp& help) {

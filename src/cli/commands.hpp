@@ -27,6 +27,8 @@ void addFlashCommands(CLI::App& app, Context& context, Action& action);
 void addPolicyCommands(CLI::App& app, Context& context, Action& action);
 void addMediaCommands(CLI::App& app, Context& context, Action& action);
 void addSaverCommand(CLI::App& app, Context& context, Action& action);
+// XScreenSaver's single-dash spellings ("-root", "-window-id") of the saver's options.
+std::vector<std::string> withLongOptions(std::vector<std::string> arguments);
 void addPingPongCommands(CLI::App& app, Context& context, Action& action);
 
 // One line: "video /m/a.mp4 fit=fill crop=0.25,0,0.5,1 mirror-h trim=2:end".

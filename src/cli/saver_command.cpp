@@ -1,13 +1,18 @@
-// `korvalen saver --headless`: the real screensaver controller on the real engine with no
-// display, writing the composed screen as PNG frames or a video a person can watch.
+// `korvalen saver`: the real screensaver. On the desktop in a window of its own, full screen,
+// or in a window another program gives it (XScreenSaver's `-root` and XSCREENSAVER_WINDOW,
+// `--window-id`); or `--headless`, with no display, writing the composed screen as PNG
+// frames or a video a person can watch. `korvalen screens` lists the monitors by the
+// identifiers a plan's screens are keyed by.
 #include "cli/arguments.hpp"
 #include "cli/commands.hpp"
 #include "core/diagnostics/log.hpp"
 #include "core/screensaver/saver_controller.hpp"
 #include "engine/frame_writer.hpp"
 #include "engine/linux/software_saver.hpp"
+#include "saver/linux/desktop_host.hpp"
 
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
 
 #include <cmath>
 #include <ostream>
@@ -17,7 +22,11 @@ namespace {
 
 struct SaverOptions {
   bool headless = false;
+  bool fullscreen = false;
+  bool root = false;
   bool preview = false;
+  std::string window;
+  std::vector<std::string> windowIDs;
   std::string size;
   std::string seconds;
   std::string out;
@@ -38,26 +47,29 @@ class LogToStream {
   LogToStream& operator=(const LogToStream&) = delete;
 };
 
+// --plan stands for the variable the screensaver reads, so the location rule is the same.
+paths::Environment environmentWith(const SaverOptions& o, const Context& context) {
+  if (o.plan.empty()) {
+    return context.environment;
+  }
+  return [outer = context.environment, plan = o.plan](std::string_view name) -> std::optional<std::string> {
+    return name == "KORVALEN_SAVER_PLAN" ? std::optional<std::string>(plan) : outer(name);
+  };
+}
+
 int runHeadless(const SaverOptions& o, Context& context) {
+  if (o.size.empty() || o.seconds.empty() || o.out.empty()) {
+    throw UsageError("--headless needs --size WxH, --seconds and --out (a folder for PNG frames or a FILE.mp4)");
+  }
   const auto size = parseSize(o.size, "--size");
   if (size.width < 1 || size.height < 1 || size.width > 8192 || size.height > 8192) {
     throw UsageError(fmt::format("--size: expected WxH with each side from 1 to 8192, got \"{}\"", o.size));
   }
   const double seconds = parseInRange(o.seconds, "--seconds", 0.01, 3600);
   const double fps = parseInRange(o.fps, "--fps", 1, 120);
-  if (o.out.empty()) {
-    throw UsageError("--out: expected a folder for PNG frames or a FILE.mp4");
-  }
   const auto screen =
       o.screen.empty() ? fmt::format("display-0|{}x{}", size.width, size.height) : requireText(o.screen, "--screen");
   const auto ffmpeg = locateFfmpeg(o.ffmpeg, context);
-  // --plan stands for the variable the screensaver reads, so the location rule is the same.
-  auto environment = context.environment;
-  if (!o.plan.empty()) {
-    environment = [outer = context.environment, plan = o.plan](std::string_view name) -> std::optional<std::string> {
-      return name == "KORVALEN_SAVER_PLAN" ? std::optional<std::string>(plan) : outer(name);
-    };
-  }
   auto writer = engine::FrameWriter::start(ffmpeg, o.out, size.width, size.height, fps);
   if (!writer) {
     throw Failure(writer.error());
@@ -65,7 +77,7 @@ int runHeadless(const SaverOptions& o, Context& context) {
   const LogToStream logs(context.err);
   engine::SoftwareSaver saver(engine::SoftwareScreen{
       {static_cast<double>(size.width), static_cast<double>(size.height)}, screen, o.preview, std::nullopt});
-  auto controller = saver::SaverController::make(saver.platform(environment));
+  auto controller = saver::SaverController::make(saver.platform(environmentWith(o, context)));
   controller->startAnimation();
   engine::Picture picture(size.width, size.height);
   // The saver's own clock decides what each frame shows, however long drawing it takes.
@@ -88,26 +100,127 @@ int runHeadless(const SaverOptions& o, Context& context) {
   return ok;
 }
 
+int runOnDesktop(const SaverOptions& o, Context& context) {
+  for (const auto* headlessOnly : {&o.size, &o.out, &o.screen}) {
+    if (!headlessOnly->empty()) {
+      throw UsageError("--size, --out and --screen are for --headless; on the desktop the window decides them");
+    }
+  }
+  const int targets =
+      (o.window.empty() ? 0 : 1) + (o.fullscreen ? 1 : 0) + (o.windowIDs.empty() ? 0 : 1) + (o.root ? 1 : 0);
+  if (targets > 1) {
+    throw UsageError("choose one of --window, --fullscreen, --window-id and --root");
+  }
+  host::DesktopOptions options;
+  options.environment = environmentWith(o, context);
+  options.preview = o.preview;
+  if (!o.seconds.empty()) {
+    options.seconds = parseInRange(o.seconds, "--seconds", 0.01, 1e9);
+  }
+  const auto given = context.environment("XSCREENSAVER_WINDOW");
+  if (!o.windowIDs.empty()) {
+    options.target = host::DesktopOptions::Target::foreign;
+    for (const auto& text : o.windowIDs) {
+      const auto id = host::parseWindowID(text, "--window-id");
+      if (!id) {
+        throw UsageError(id.error());
+      }
+      options.windows.push_back(*id);
+    }
+  } else if (o.fullscreen) {
+    options.target = host::DesktopOptions::Target::fullscreen;
+  } else if (o.root || (o.window.empty() && given)) {
+    // XScreenSaver's convention: the window it made for the hack, else the root window.
+    options.target = host::DesktopOptions::Target::foreign;
+    if (given) {
+      const auto id = host::parseWindowID(*given, "XSCREENSAVER_WINDOW");
+      if (!id) {
+        throw UsageError(id.error());
+      }
+      options.windows.push_back(*id);
+    }
+  } else {
+    const auto size = parseSize(o.window.empty() ? "1280x720" : o.window, "--window");
+    if (size.width < 1 || size.height < 1 || size.width > 16384 || size.height > 16384) {
+      throw UsageError(fmt::format("--window: expected WxH with each side from 1 to 16384, got \"{}\"", o.window));
+    }
+    options.width = size.width;
+    options.height = size.height;
+  }
+  const LogToStream logs(context.err);
+  const auto ran = host::runOnDesktop(options);
+  if (!ran) {
+    const bool noDisplay = ran.error().starts_with("no X display");
+    throw Failure(fmt::format("saver: {}{}", ran.error(), noDisplay ? "; --headless writes the screen to a file" : ""));
+  }
+  return ok;
+}
+
 }  // namespace
+
+std::vector<std::string> withLongOptions(std::vector<std::string> arguments) {
+  // XScreenSaver's hacks take "-root" and "-window-id"; its programs: entries are written so.
+  if (!arguments.empty() && arguments.front() == "saver") {
+    for (auto& argument : arguments) {
+      if (argument == "-root" || argument == "-window-id") {
+        argument.insert(0, "-");
+      }
+    }
+  }
+  return arguments;
+}
 
 void addSaverCommand(CLI::App& app, Context& context, Action& action) {
   auto options = std::make_shared<SaverOptions>();
-  auto* command = app.add_subcommand("saver", "Run the screensaver: headless into frames or a video");
+  auto* command = app.add_subcommand(
+      "saver", "Run the screensaver: in a window, full screen, in XScreenSaver's window, or headless into a file");
+  command->add_option("--window", options->window, "In a window of its own, WIDTHxHEIGHT (the default, 1280x720)");
+  command->add_flag("--fullscreen", options->fullscreen, "Full screen, one view on every monitor");
+  command->add_option("--window-id", options->windowIDs, "Into this X window (repeat for one view per window)");
+  command->add_flag("--root", options->root, "As an XScreenSaver hack: into XSCREENSAVER_WINDOW, else the root window");
   command->add_flag("--headless", options->headless, "No display: write the screen to --out");
-  command->add_option("--size", options->size, "WIDTHxHEIGHT of the screen")->required();
-  command->add_option("--seconds", options->seconds, "How long to run, on the saver's own clock")->required();
-  command->add_option("--out", options->out, "A folder for frame-00000.png, ... or FILE.mp4")->required();
+  command->add_option("--size", options->size, "Headless: WIDTHxHEIGHT of the screen");
+  command->add_option("--seconds", options->seconds, "How long to run (headless: on the saver's own clock)");
+  command->add_option("--out", options->out, "Headless: a folder for frame-00000.png, ... or FILE.mp4");
   command->add_option("--plan", options->plan, "The plan (default: as the screensaver finds it)");
-  command->add_option("--screen", options->screen, "This screen's stable identifier (default: display-0|WxH)");
-  command->add_option("--fps", options->fps, "Frames written per second of the saver's clock (default 10)");
-  command->add_option("--ffmpeg", options->ffmpeg, "The ffmpeg executable that writes the output");
+  command->add_option("--screen", options->screen, "Headless: this screen's stable identifier (default display-0|WxH)");
+  command->add_option("--fps", options->fps, "Headless: frames written per second of the saver's clock (default 10)");
+  command->add_option("--ffmpeg", options->ffmpeg, "Headless: the ffmpeg executable that writes the output");
   command->add_flag("--preview", options->preview, "Run as the small preview, which places in its own bounds");
   command->callback([&context, &action, options] {
     action = [&context, options] {
-      if (!options->headless) {
-        throw UsageError("saver: only --headless is available here; it writes the screen to --out");
+      return options->headless ? runHeadless(*options, context) : runOnDesktop(*options, context);
+    };
+  });
+
+  auto json = std::make_shared<bool>(false);
+  auto* screens = app.add_subcommand("screens", "List the monitors by the identifiers a plan's screens use");
+  screens->add_flag("--json", *json, "As JSON");
+  screens->callback([&context, &action, json] {
+    action = [&context, json] {
+      const auto monitors = host::listMonitors();
+      if (!monitors) {
+        throw Failure(fmt::format("screens: {}", monitors.error()));
       }
-      return runHeadless(*options, context);
+      if (*json) {
+        auto list = nlohmann::json::array();
+        for (const auto& m : *monitors) {
+          list.push_back({{"id", m.id},
+                          {"screen", m.screen},
+                          {"output", m.output},
+                          {"x", m.x},
+                          {"y", m.y},
+                          {"width", m.width},
+                          {"height", m.height}});
+        }
+        context.out << list.dump(2) << "\n";
+        return ok;
+      }
+      for (const auto& m : *monitors) {
+        context.out << fmt::format("{}  screen {} {} {}x{}+{}+{}\n", m.id, m.screen, m.output, m.width, m.height, m.x,
+                                   m.y);
+      }
+      return ok;
     };
   });
 }

@@ -713,6 +713,7 @@ SoftwareSaver::SoftwareSaver(const SoftwareScreen& screen, std::shared_ptr<Sound
 
 SoftwareSaver::~SoftwareSaver() {
   // Loads still under way post to the loop: let them land before it goes.
+  loop_->setLive(false);
   loop_->runUntil(loop_->mediaTime());
 }
 

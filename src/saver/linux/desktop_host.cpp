@@ -1,0 +1,471 @@
+#include "saver/linux/desktop_host.hpp"
+
+#include "core/diagnostics/log.hpp"
+#include "core/screensaver/saver_controller.hpp"
+#include "engine/linux/software_saver.hpp"
+#include "saver/linux/sdl_sound.hpp"
+#include "saver/linux/x11_monitors.hpp"
+
+#include <SDL2/SDL.h>
+#include <X11/Xatom.h>
+#include <X11/Xutil.h>
+#include <X11/keysym.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <charconv>
+#include <chrono>
+#include <cmath>
+#include <csignal>
+#include <cstdlib>
+#include <memory>
+
+namespace korvalen::host {
+namespace {
+
+// Set from the signal handler; the pipe wakes the loop at once.
+std::atomic<bool> stopRequested{false};
+int wakeWrite = -1;
+
+extern "C" void onStopSignal(int) {
+  stopRequested = true;
+  if (wakeWrite >= 0) {
+    const char byte = 1;
+    [[maybe_unused]] const auto written = ::write(wakeWrite, &byte, 1);
+  }
+}
+
+// SIGTERM (how XScreenSaver stops a hack) and SIGINT stop the host; the old handlers come
+// back when it returns.
+class StopSignals {
+ public:
+  StopSignals() {
+    if (::pipe2(pipe_, O_CLOEXEC | O_NONBLOCK) == 0) {
+      wakeWrite = pipe_[1];
+    }
+    stopRequested = false;
+    struct sigaction action {};
+    action.sa_handler = onStopSignal;
+    sigemptyset(&action.sa_mask);
+    ::sigaction(SIGTERM, &action, &oldTerm_);
+    ::sigaction(SIGINT, &action, &oldInt_);
+  }
+  ~StopSignals() {
+    ::sigaction(SIGTERM, &oldTerm_, nullptr);
+    ::sigaction(SIGINT, &oldInt_, nullptr);
+    wakeWrite = -1;
+    for (const int end : pipe_) {
+      if (end >= 0) {
+        ::close(end);
+      }
+    }
+  }
+  StopSignals(const StopSignals&) = delete;
+  StopSignals& operator=(const StopSignals&) = delete;
+  [[nodiscard]] int wakeFd() const { return pipe_[0]; }
+  void drain() const {
+    char bytes[64];
+    while (pipe_[0] >= 0 && ::read(pipe_[0], bytes, sizeof bytes) > 0) {
+    }
+  }
+
+ private:
+  int pipe_[2] = {-1, -1};
+  struct sigaction oldTerm_ {};
+  struct sigaction oldInt_ {};
+};
+
+// A window that goes away under us makes the server answer later requests with errors;
+// they are expected, and must not end the process as Xlib's default handler would.
+int onXError(Display*, XErrorEvent*) {
+  return 0;
+}
+
+// The display itself gone: nothing more can be drawn or asked, so say so and leave.
+int onXIOError(Display*) {
+  static constexpr char line[] = "korvalen: saver: the connection to the X display was lost\n";
+  [[maybe_unused]] const auto written = ::write(STDERR_FILENO, line, sizeof line - 1);
+  ::_exit(1);
+}
+
+struct DisplayCloser {
+  void operator()(Display* display) const { XCloseDisplay(display); }
+};
+using DisplayPtr = std::unique_ptr<Display, DisplayCloser>;
+
+std::expected<DisplayPtr, std::string> openDisplay() {
+  const char* name = std::getenv("DISPLAY");
+  if (name == nullptr || *name == '\0') {
+    return std::unexpected("no X display: DISPLAY is not set");
+  }
+  DisplayPtr display(XOpenDisplay(name));
+  if (!display) {
+    return std::unexpected(fmt::format("no X display: {} cannot be opened", name));
+  }
+  return display;
+}
+
+// SDL for presenting and sound only: its windows are ours or foreign, and the process's
+// signals are the host's.
+class SdlLibrary {
+ public:
+  SdlLibrary() {
+    SDL_SetHint(SDL_HINT_NO_SIGNAL_HANDLERS, "1");
+    ok_ = SDL_Init(SDL_INIT_VIDEO) == 0;
+  }
+  ~SdlLibrary() { SDL_Quit(); }
+  SdlLibrary(const SdlLibrary&) = delete;
+  SdlLibrary& operator=(const SdlLibrary&) = delete;
+  [[nodiscard]] bool ok() const { return ok_; }
+
+ private:
+  bool ok_ = false;
+};
+
+struct View {
+  static View of(Window window, bool own, int screen, long width, long height) {
+    View view;
+    view.window = window;
+    view.own = own;
+    view.screen = screen;
+    view.width = width;
+    view.height = height;
+    return view;
+  }
+  Window window = None;
+  bool own = false;  // made by us, destroyed by us
+  int screen = 0;
+  long width = 0;
+  long height = 0;
+  engine::SoftwareScreen described;
+  SDL_Window* sdl = nullptr;
+  std::unique_ptr<engine::SoftwareSaver> saver;
+  std::shared_ptr<saver::SaverController> controller;
+  engine::Picture scratch;  // only when the window's pixels are not 32-bit BGRX
+  bool gone = false;
+  bool redraw = true;
+};
+
+class Host {
+ public:
+  Host(Display* display, DesktopOptions options) : display_(display), options_(std::move(options)) {}
+  ~Host() {
+    for (auto& view : views_) {
+      view.controller.reset();  // before the engine it stands on
+      view.saver.reset();
+      if (view.sdl != nullptr) {
+        SDL_DestroyWindow(view.sdl);
+      }
+      if (view.own && !view.gone) {
+        XDestroyWindow(display_, view.window);
+      }
+    }
+    XSync(display_, False);
+  }
+  Host(const Host&) = delete;
+  Host& operator=(const Host&) = delete;
+
+  std::expected<void, std::string> open(std::shared_ptr<engine::SoundOutput> sound) {
+    sound_ = std::move(sound);
+    monitors_ = monitorsOf(display_);
+    wmDelete_ = XInternAtom(display_, "WM_DELETE_WINDOW", False);
+    switch (options_.target) {
+      case DesktopOptions::Target::window:
+        makeWindow(DefaultScreen(display_), 0, 0, options_.width, options_.height, false);
+        break;
+      case DesktopOptions::Target::fullscreen:
+        for (const auto& monitor : monitors_) {
+          makeWindow(monitor.screen, monitor.x, monitor.y, monitor.width, monitor.height, true);
+        }
+        break;
+      case DesktopOptions::Target::foreign:
+        if (options_.windows.empty()) {
+          // XScreenSaver's -root with no window of its own: the desktop itself.
+          options_.windows.push_back(RootWindow(display_, DefaultScreen(display_)));
+        }
+        for (const auto window : options_.windows) {
+          XWindowAttributes attributes{};
+          if (XGetWindowAttributes(display_, static_cast<Window>(window), &attributes) == 0) {
+            return std::unexpected(
+                fmt::format("window 0x{:x}: there is no such window on {}", window, DisplayString(display_)));
+          }
+          // Told when it changes size or is destroyed, alongside whoever made it.
+          XSelectInput(display_, static_cast<Window>(window), StructureNotifyMask | ExposureMask);
+          views_.push_back(View::of(static_cast<Window>(window), false, XScreenNumberOfScreen(attributes.screen),
+                                    attributes.width, attributes.height));
+        }
+        break;
+    }
+    XSync(display_, False);
+    for (auto& view : views_) {
+      if (auto made = makeView(view); !made) {
+        return made;
+      }
+    }
+    return {};
+  }
+
+  void run() {
+    const StopSignals signals;
+    const auto started = std::chrono::steady_clock::now();
+    const auto elapsed = [&] {
+      return std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
+    };
+    for (auto& view : views_) {
+      view.saver->loop().setLive(true);
+      view.controller->startAnimation();
+    }
+    while (!stopRequested && !quit_) {
+      handleEvents();
+      if (stopRequested || quit_ || std::none_of(views_.begin(), views_.end(), [](const View& v) { return !v.gone; })) {
+        break;
+      }
+      const double now = elapsed();
+      if (options_.seconds && now >= *options_.seconds) {
+        break;
+      }
+      double wake = now + 0.1;
+      for (auto& view : views_) {
+        if (!view.gone) {
+          view.saver->loop().runUntil(now);
+          present(view);
+          wake = std::min(wake, view.saver->loop().nextWake());
+        }
+      }
+      if (options_.seconds) {
+        wake = std::min(wake, *options_.seconds);
+      }
+      waitUntil(signals, std::max(0.0, wake - elapsed()));
+      signals.drain();
+    }
+    for (auto& view : views_) {
+      if (!view.gone) {
+        view.controller->stopAnimation();
+      }
+    }
+  }
+
+ private:
+  void makeWindow(int screen, long x, long y, long width, long height, bool fullscreen) {
+    const auto black = BlackPixel(display_, screen);
+    const Window window =
+        XCreateSimpleWindow(display_, RootWindow(display_, screen), static_cast<int>(x), static_cast<int>(y),
+                            static_cast<unsigned>(width), static_cast<unsigned>(height), 0, black, black);
+    XStoreName(display_, window, "Korvalen");
+    XSetWMProtocols(display_, window, &wmDelete_, 1);
+    XSelectInput(display_, window, StructureNotifyMask | ExposureMask | KeyPressMask);
+    if (fullscreen) {
+      // A window manager makes it cover its monitor; without one it is already there.
+      Atom state = XInternAtom(display_, "_NET_WM_STATE_FULLSCREEN", False);
+      XChangeProperty(display_, window, XInternAtom(display_, "_NET_WM_STATE", False), XA_ATOM, 32, PropModeReplace,
+                      reinterpret_cast<unsigned char*>(&state), 1);
+    }
+    XMapWindow(display_, window);
+    views_.push_back(View::of(window, true, screen, width, height));
+  }
+
+  std::expected<void, std::string> makeView(View& view) {
+    Window root = RootWindow(display_, view.screen);
+    int x = 0;
+    int y = 0;
+    Window child = None;
+    XTranslateCoordinates(display_, view.window, root, 0, 0, &x, &y, &child);
+    const Monitor* monitor = monitorFor(monitors_, view.screen, x, y, view.width, view.height);
+    const long monitorWidth = monitor != nullptr ? monitor->width : view.width;
+    const long monitorHeight = monitor != nullptr ? monitor->height : view.height;
+    // XScreenSaver's preview pane and the like: far smaller than the monitor it is on.
+    const bool small = !view.own && view.width * view.height * 4 <= monitorWidth * monitorHeight;
+    view.described = engine::SoftwareScreen{
+        {static_cast<double>(view.width), static_cast<double>(view.height)},
+        monitor != nullptr ? monitor->id : fmt::format("display-0|{}x{}", view.width, view.height),
+        options_.preview || small,
+        saver::Size{static_cast<double>(monitorWidth), static_cast<double>(monitorHeight)}};
+    view.saver = std::make_unique<engine::SoftwareSaver>(view.described, sound_);
+    view.controller = saver::SaverController::make(view.saver->platform(options_.environment));
+    return adopt(view);
+  }
+
+  // SDL presents into the window through its own surface; a resize needs a fresh one.
+  std::expected<void, std::string> adopt(View& view) {
+    if (view.sdl != nullptr) {
+      SDL_DestroyWindow(view.sdl);
+    }
+    view.sdl = SDL_CreateWindowFrom(reinterpret_cast<void*>(view.window));
+    if (view.sdl == nullptr) {
+      return std::unexpected(fmt::format("window 0x{:x}: it cannot be drawn into ({})", view.window, SDL_GetError()));
+    }
+    view.redraw = true;
+    return {};
+  }
+
+  void present(View& view) {
+    SDL_Surface* surface = view.sdl != nullptr ? SDL_GetWindowSurface(view.sdl) : nullptr;
+    if (surface == nullptr) {
+      return;
+    }
+    const bool direct =
+        (surface->format->format == SDL_PIXELFORMAT_RGB888 || surface->format->format == SDL_PIXELFORMAT_ARGB8888) &&
+        !SDL_MUSTLOCK(surface);
+    bool drawn = false;
+    if (direct) {
+      // Composed straight into the pixels SDL hands to the X server: no copy of our own.
+      drawn = view.saver->draw(
+          engine::Canvas{static_cast<std::uint8_t*>(surface->pixels), surface->w, surface->h, surface->pitch},
+          !view.redraw);
+    } else {
+      if (view.scratch.width != surface->w || view.scratch.height != surface->h) {
+        view.scratch = engine::Picture(surface->w, surface->h);
+      }
+      drawn = view.saver->draw(view.scratch.canvas(), !view.redraw);
+      if (drawn && SDL_LockSurface(surface) == 0) {
+        SDL_ConvertPixels(surface->w, surface->h, SDL_PIXELFORMAT_ARGB8888, view.scratch.bgra.data(),
+                          static_cast<int>(view.scratch.width * 4), surface->format->format, surface->pixels,
+                          surface->pitch);
+        SDL_UnlockSurface(surface);
+      }
+    }
+    view.redraw = false;
+    if (drawn) {
+      SDL_UpdateWindowSurface(view.sdl);
+    }
+  }
+
+  View* viewOf(Window window) {
+    const auto found = std::find_if(views_.begin(), views_.end(), [&](const View& v) { return v.window == window; });
+    return found != views_.end() ? &*found : nullptr;
+  }
+
+  void handleEvents() {
+    while (XPending(display_) > 0) {
+      XEvent event{};
+      XNextEvent(display_, &event);
+      View* view = viewOf(event.xany.window);
+      if (view == nullptr || view->gone) {
+        continue;
+      }
+      switch (event.type) {
+        case ConfigureNotify:
+          if (event.xconfigure.width != view->width || event.xconfigure.height != view->height) {
+            resized(*view, event.xconfigure.width, event.xconfigure.height);
+          }
+          break;
+        case DestroyNotify:
+          left(*view);
+          break;
+        case Expose:
+          view->redraw = true;
+          break;
+        case KeyPress:
+          if (const auto key = XLookupKeysym(&event.xkey, 0); key == XK_Escape || key == XK_q) {
+            quit_ = true;
+          }
+          break;
+        case ClientMessage:
+          if (static_cast<Atom>(event.xclient.data.l[0]) == wmDelete_) {
+            quit_ = true;
+          }
+          break;
+        default:
+          break;
+      }
+    }
+    // SDL's own connection hears about the windows too; nothing there is needed.
+    SDL_PumpEvents();
+    SDL_FlushEvents(SDL_FIRSTEVENT, SDL_LASTEVENT);
+  }
+
+  void resized(View& view, long width, long height) {
+    view.width = std::max(width, 1L);
+    view.height = std::max(height, 1L);
+    view.described.size = {static_cast<double>(view.width), static_cast<double>(view.height)};
+    view.saver->setScreen(view.described);
+    view.controller->boundsChanged();
+    if (auto adopted = adopt(view); !adopted) {
+      log::write("host", log::Level::error, adopted.error());
+    }
+  }
+
+  void left(View& view) {
+    view.gone = true;
+    if (view.sdl != nullptr) {
+      SDL_DestroyWindow(view.sdl);
+      view.sdl = nullptr;
+    }
+    view.saver->leaveWindow();
+    view.controller->viewDidMoveToWindow();
+  }
+
+  void waitUntil(const StopSignals& signals, double seconds) const {
+    if (XPending(display_) > 0) {
+      return;
+    }
+    pollfd watched[2] = {{ConnectionNumber(display_), POLLIN, 0}, {signals.wakeFd(), POLLIN, 0}};
+    ::poll(watched, signals.wakeFd() >= 0 ? 2 : 1, static_cast<int>(std::ceil(seconds * 1000)));
+  }
+
+  Display* display_;
+  DesktopOptions options_;
+  std::vector<Monitor> monitors_;
+  std::vector<View> views_;
+  std::shared_ptr<engine::SoundOutput> sound_;
+  Atom wmDelete_ = None;
+  bool quit_ = false;
+};
+
+}  // namespace
+
+std::expected<void, std::string> runOnDesktop(const DesktopOptions& options) {
+  auto display = openDisplay();
+  if (!display) {
+    return std::unexpected(display.error());
+  }
+  XSetErrorHandler(onXError);
+  XSetIOErrorHandler(onXIOError);
+  const SdlLibrary sdl;
+  if (!sdl.ok()) {
+    return std::unexpected(fmt::format("SDL cannot start its video: {}", SDL_GetError()));
+  }
+  auto sound = makeSdlSound();
+  std::expected<void, std::string> result;
+  {
+    Host host(display->get(), options);
+    result = host.open(sound);
+    if (result) {
+      host.run();
+    }
+  }
+  return result;
+}
+
+std::expected<std::vector<Monitor>, std::string> listMonitors() {
+  auto display = openDisplay();
+  if (!display) {
+    return std::unexpected(display.error());
+  }
+  XSetErrorHandler(onXError);
+  return monitorsOf(display->get());
+}
+
+std::expected<std::uint64_t, std::string> parseWindowID(std::string_view text, std::string_view what) {
+  std::string_view digits = text;
+  int base = 10;
+  if (digits.starts_with("0x") || digits.starts_with("0X")) {
+    digits.remove_prefix(2);
+    base = 16;
+  }
+  std::uint64_t id = 0;
+  const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), id, base);
+  // X resource ids have 29 bits.
+  if (digits.empty() || error != std::errc() || end != digits.data() + digits.size() || id == 0 || id > 0x1FFFFFFFU) {
+    return std::unexpected(fmt::format("{}: expected an X window id such as 0x2a00007, got \"{}\"", what, text));
+  }
+  return id;
+}
+
+}  // namespace korvalen::host

@@ -1,0 +1,54 @@
+// The screensaver on a Linux desktop: the shared controller on the software engine, one view
+// per window, presented with SDL2 in a window of its own, full screen on every monitor, or
+// in windows another program hands over (XScreenSaver's hacks get theirs through
+// XSCREENSAVER_WINDOW), with the video's sound. SIGTERM and SIGINT stop it cleanly. No SDL
+// or X11 type appears here.
+//
+// Thread: the caller's, which becomes the views' main loop until the host returns.
+#pragma once
+
+#include "core/support/paths.hpp"
+
+#include <cstdint>
+#include <expected>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace korvalen::host {
+
+struct DesktopOptions {
+  enum class Target { window, fullscreen, foreign };
+  Target target = Target::window;
+  std::int64_t width = 1280;  // a window of its own
+  std::int64_t height = 720;
+  std::vector<std::uint64_t> windows;  // foreign X windows, one view each
+  bool preview = false;                // also: a foreign window much smaller than its monitor
+  std::optional<double> seconds;       // stop by itself after this long
+  paths::Environment environment;      // for the plan's location
+};
+
+// Runs until SIGTERM or SIGINT, the window closed or Escape pressed, every foreign window
+// gone, or `seconds`; each view's controller then stops, and the host returns. One line when
+// it cannot start: no X display, a window that is not there.
+[[nodiscard]] std::expected<void, std::string> runOnDesktop(const DesktopOptions& options);
+
+// A monitor as RandR describes it, with the stable identifier plans are keyed by.
+struct Monitor {
+  int screen = 0;      // the X screen it belongs to
+  std::string output;  // RandR's name: "HDMI-1", "eDP-1", "screen" under Xvfb
+  long x = 0;          // in its screen's root window coordinates
+  long y = 0;
+  long width = 0;
+  long height = 0;
+  std::string id;
+};
+
+// The monitors of the display in DISPLAY; one line when there is no display.
+[[nodiscard]] std::expected<std::vector<Monitor>, std::string> listMonitors();
+
+// An X window id as XScreenSaver and xwininfo write it: "0x2a00007" or decimal.
+[[nodiscard]] std::expected<std::uint64_t, std::string> parseWindowID(std::string_view text, std::string_view what);
+
+}  // namespace korvalen::host
