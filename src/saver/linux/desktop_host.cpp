@@ -117,6 +117,10 @@ class SdlLibrary {
  public:
   SdlLibrary() {
     SDL_SetHint(SDL_HINT_NO_SIGNAL_HANDLERS, "1");
+    // The window's own X image (shared memory when it can): a GL texture in between costs a
+    // copy and, on machines without a GPU driver, a software rasteriser's time, and it cannot
+    // reach windows on a second X screen.
+    SDL_SetHint(SDL_HINT_FRAMEBUFFER_ACCELERATION, "0");
     ok_ = SDL_Init(SDL_INIT_VIDEO) == 0;
   }
   ~SdlLibrary() { SDL_Quit(); }
@@ -150,6 +154,7 @@ struct View {
   engine::Picture scratch;  // only when the window's pixels are not 32-bit BGRX
   bool gone = false;
   bool redraw = true;
+  bool failed = false;
 };
 
 class Host {
@@ -307,6 +312,11 @@ class Host {
   void present(View& view) {
     SDL_Surface* surface = view.sdl != nullptr ? SDL_GetWindowSurface(view.sdl) : nullptr;
     if (surface == nullptr) {
+      if (view.sdl != nullptr && !view.failed) {
+        view.failed = true;  // said once; it may come back after a resize
+        log::writef("host", log::Level::error, "window 0x{:x}: it cannot be drawn into ({})", view.window,
+                    SDL_GetError());
+      }
       return;
     }
     const bool direct =
@@ -331,8 +341,10 @@ class Host {
       }
     }
     view.redraw = false;
-    if (drawn) {
-      SDL_UpdateWindowSurface(view.sdl);
+    if (drawn && SDL_UpdateWindowSurface(view.sdl) != 0 && !view.failed) {
+      view.failed = true;
+      log::writef("host", log::Level::error, "window 0x{:x}: it cannot be drawn into ({})", view.window,
+                  SDL_GetError());
     }
   }
 

@@ -1,0 +1,408 @@
+// The screensaver on a real X server: Xvfb with two screens, the real korvalen executable as
+// a child process, windows made and destroyed by the test, and what the server shows read
+// back from it.
+#include "saver/linux/desktop_host.hpp"
+#include "engine/process.hpp"
+#include "support/clips.hpp"
+#include "support/temp_folder.hpp"
+
+// gtest first: Xlib defines None, Bool and Status as macros.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <X11/Xatom.h>
+#include <X11/Xlib.h>
+#include <X11/Xutil.h>
+#include <X11/extensions/Xrandr.h>
+#include <signal.h>
+
+#include <array>
+#include <chrono>
+#include <cmath>
+#include <cstdlib>
+#include <ctime>
+#include <fstream>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <thread>
+
+namespace korvalen::host {
+namespace {
+
+using ::testing::HasSubstr;
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+
+struct Rgb {
+  int r = 0;
+  int g = 0;
+  int b = 0;
+};
+
+bool near(Rgb a, Rgb b) {
+  return std::abs(a.r - b.r) <= 24 && std::abs(a.g - b.g) <= 24 && std::abs(a.b - b.b) <= 24;
+}
+
+std::ostream& operator<<(std::ostream& os, Rgb c) {
+  return os << "rgb(" << c.r << "," << c.g << "," << c.b << ")";
+}
+
+constexpr Rgb red{255, 0, 0};
+constexpr Rgb blue{0, 0, 255};
+constexpr Rgb black{0, 0, 0};
+
+struct DisplayCloser {
+  void operator()(Display* display) const { XCloseDisplay(display); }
+};
+
+// A running korvalen and everything it has said so far.
+struct Running {
+  engine::ChildProcess child;
+  std::string out;
+  std::string err;
+
+  // Reads what it says until `done` holds; false after `limit`.
+  bool waitFor(const std::function<bool()>& done, std::chrono::milliseconds limit = 15s) {
+    const auto until = Clock::now() + limit;
+    while (!done()) {
+      if (Clock::now() >= until) {
+        return false;
+      }
+      child.pump(out, err, 50ms);
+    }
+    return true;
+  }
+  bool said(const std::string& text) {
+    return waitFor([&] { return err.find(text) != std::string::npos; });
+  }
+  int finish() { return child.wait(out, err); }
+};
+
+class Desktop : public ::testing::Test {
+ protected:
+  // A fresh two-screen Xvfb for every test, on a display number it picks itself.
+  static void SetUpTestSuite() {
+    const char* path = std::getenv("PATH");  // NOLINT(concurrency-mt-unsafe): before any thread
+    const auto xvfb = engine::findExecutable("Xvfb", path == nullptr ? "/usr/bin:/bin" : path);
+    ASSERT_TRUE(xvfb.has_value()) << "these tests need Xvfb on PATH (scripts/setup.sh installs xvfb)";
+    auto started = engine::ChildProcess::start(*xvfb, {"-displayfd", "1", "-screen", "0", "320x240x24", "-screen", "1",
+                                                       "200x150x24", "-nolisten", "tcp", "-noreset"});
+    ASSERT_TRUE(started.has_value()) << started.error();
+    server = std::make_unique<engine::ChildProcess>(std::move(*started));
+    std::string out;
+    std::string err;
+    const auto until = Clock::now() + 10s;
+    while (out.find('\n') == std::string::npos && Clock::now() < until) {
+      server->pump(out, err, 100ms);
+    }
+    ASSERT_NE(out.find('\n'), std::string::npos) << "Xvfb did not start: " << err;
+    displayName = ":" + out.substr(0, out.find('\n'));
+    ::setenv("DISPLAY", displayName.c_str(), 1);  // NOLINT(concurrency-mt-unsafe): before any thread
+  }
+  static void TearDownTestSuite() {
+    if (server) {
+      server->terminate();
+      server.reset();
+    }
+  }
+
+  void SetUp() override {
+    ASSERT_TRUE(server);
+    display.reset(XOpenDisplay(displayName.c_str()));
+    ASSERT_NE(display, nullptr);
+    ffmpeg = testing::ffmpegOnPath();
+  }
+
+  // A still colour as a 4:3 clip of a few seconds; with a tone when `tone`.
+  std::string clip(const std::string& name, const std::string& colour, bool tone = false) {
+    const auto path = (folder / name).string();
+    std::vector<std::string> arguments{"-v", "error", "-f", "lavfi", "-i", "color=c=" + colour + ":s=160x120:r=10"};
+    if (tone) {
+      // Stereo at 0.8 of full scale.
+      arguments.insert(
+          arguments.end(),
+          {"-f", "lavfi", "-i", "aevalsrc=0.8*sin(440*2*PI*t)|0.8*sin(440*2*PI*t):s=48000", "-c:a", "pcm_s16le"});
+    }
+    arguments.insert(arguments.end(), {"-t", "4", "-c:v", "libx264", "-pix_fmt", "yuv444p", path});
+    const auto made = engine::run(ffmpeg, arguments);
+    EXPECT_TRUE(made && made->exitCode == 0) << (made ? made->error : made.error());
+    return path;
+  }
+
+  // The tool run to its end, with the test's plan.
+  engine::Finished korvalen(std::vector<std::string> arguments, std::vector<std::string> environment = {}) {
+    auto all = withEnvironment(std::move(arguments), std::move(environment));
+    auto finished = engine::run("/usr/bin/env", all);
+    if (!finished) {
+      return engine::Finished{-1, "", finished.error()};
+    }
+    return *finished;
+  }
+
+  Running start(std::vector<std::string> arguments, std::vector<std::string> environment = {}) {
+    auto started =
+        engine::ChildProcess::start("/usr/bin/env", withEnvironment(std::move(arguments), std::move(environment)));
+    if (!started) {
+      ADD_FAILURE() << started.error();
+      std::abort();
+    }
+    return Running{std::move(*started), "", ""};
+  }
+
+  void put(const std::vector<std::string>& target, const std::string& clip, const std::string& fit = "fit") {
+    std::vector<std::string> arguments{"plan", "put", "--kind", "video", "--path", clip, "--fit", fit};
+    arguments.insert(arguments.end(), target.begin(), target.end());
+    const auto done = korvalen(arguments);
+    ASSERT_EQ(done.exitCode, 0) << done.error;
+  }
+
+  // What the server shows at one point of a screen (or of one window), as a screenshot would.
+  Rgb shown(int x, int y, int screen = 0, std::optional<Window> window = std::nullopt) {
+    XSync(display.get(), False);
+    XImage* image =
+        XGetImage(display.get(), window.value_or(RootWindow(display.get(), screen)), x, y, 1, 1, AllPlanes, ZPixmap);
+    if (image == nullptr) {
+      return {-1, -1, -1};
+    }
+    const auto pixel = XGetPixel(image, 0, 0);
+    XDestroyImage(image);
+    return {static_cast<int>((pixel >> 16) & 0xff), static_cast<int>((pixel >> 8) & 0xff),
+            static_cast<int>(pixel & 0xff)};
+  }
+
+  // Waits for the server to show `colour` at a point; the last colour seen when it does not.
+  ::testing::AssertionResult shows(Running& saver, Rgb colour, int x, int y, int screen = 0,
+                                   std::optional<Window> window = std::nullopt, std::chrono::milliseconds limit = 15s) {
+    Rgb seen;
+    if (saver.waitFor([&] { return near(seen = shown(x, y, screen, window), colour); }, limit)) {
+      return ::testing::AssertionSuccess();
+    }
+    return ::testing::AssertionFailure() << "at " << x << "," << y << " the server shows " << seen.r << "," << seen.g
+                                         << "," << seen.b << "\n"
+                                         << saver.err;
+  }
+
+  Window makeWindow(int x, int y, unsigned width, unsigned height, int screen = 0) {
+    const Window window = XCreateSimpleWindow(display.get(), RootWindow(display.get(), screen), x, y, width, height, 0,
+                                              0, WhitePixel(display.get(), screen));
+    XMapWindow(display.get(), window);
+    XSync(display.get(), False);
+    return window;
+  }
+
+  static std::string hex(Window window) {
+    std::ostringstream text;
+    text << "0x" << std::hex << window;
+    return text.str();
+  }
+
+  [[nodiscard]] std::string plan() const { return (folder / "plan.json").string(); }
+
+  static std::unique_ptr<engine::ChildProcess> server;
+  static std::string displayName;
+  std::unique_ptr<Display, DisplayCloser> display;
+  testing::TempFolder folder;
+  std::filesystem::path ffmpeg;
+
+ private:
+  std::vector<std::string> withEnvironment(std::vector<std::string> arguments, std::vector<std::string> environment) {
+    std::vector<std::string> all{"KORVALEN_SAVER_PLAN=" + plan(), "SDL_AUDIODRIVER=dummy"};
+    all.insert(all.end(), environment.begin(), environment.end());
+    all.emplace_back(KORVALEN_EXECUTABLE);
+    all.insert(all.end(), arguments.begin(), arguments.end());
+    return all;
+  }
+};
+
+std::unique_ptr<engine::ChildProcess> Desktop::server;
+std::string Desktop::displayName;
+
+TEST_F(Desktop, OwnWindowShowsThePlacementAndSigtermStopsItAtOnce) {
+  put({"--shared"}, clip("red.mp4", "red"));
+  auto saver = start({"saver", "--window", "300x100"});
+  // A 4:3 picture fitted into 300x100: 133 wide in the middle, black either side.
+  ASSERT_TRUE(shows(saver, red, 150, 50));
+  EXPECT_TRUE(near(shown(20, 50), black)) << shown(20, 50);
+  EXPECT_TRUE(near(shown(280, 50), black));
+  EXPECT_TRUE(near(shown(100, 50), red));
+  EXPECT_THAT(saver.err, HasSubstr("] made, preview false"));
+  EXPECT_THAT(saver.err, HasSubstr("] screen 0000-0000-00000000-0|320x240 -> red.mp4 fit=fit"));
+
+  // XScreenSaver's way of ending a hack.
+  const auto sent = Clock::now();
+  ASSERT_EQ(::kill(saver.child.pid(), SIGTERM), 0);
+  const int status = saver.finish();
+  const auto took = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - sent);
+  EXPECT_EQ(status, 0) << saver.err;
+  EXPECT_LT(took.count(), 200);
+  std::size_t stops = 0;
+  for (auto at = saver.err.find("] stopped: "); at != std::string::npos; at = saver.err.find("] stopped: ", at + 1)) {
+    ++stops;
+  }
+  EXPECT_EQ(stops, 1U) << saver.err;
+  EXPECT_THAT(saver.err, HasSubstr("] stopped: stopAnimation"));
+}
+
+TEST_F(Desktop, ForeignWindowFollowsItsSizeAndItsEnd) {
+  put({"--shared"}, clip("red.mp4", "red"));
+  const Window window = makeWindow(20, 10, 240, 180);
+  auto saver = start({"saver", "--window-id", hex(window)});
+  // 4:3 in 4:3: the whole window.
+  ASSERT_TRUE(shows(saver, red, 5, 5, 0, window));
+  EXPECT_TRUE(near(shown(120, 90, 0, window), red));
+  EXPECT_THAT(saver.err, HasSubstr("] made, preview false"));
+
+  // Narrowed by whoever owns it: re-placed in the new bounds, bars above and below.
+  XResizeWindow(display.get(), window, 120, 180);
+  ASSERT_TRUE(shows(saver, black, 60, 10, 0, window));
+  EXPECT_TRUE(near(shown(60, 90, 0, window), red));
+  EXPECT_TRUE(near(shown(60, 170, 0, window), black));
+
+  XDestroyWindow(display.get(), window);
+  XSync(display.get(), False);
+  ASSERT_TRUE(saver.said("] stopped: left its window")) << saver.err;
+  EXPECT_EQ(saver.finish(), 0) << saver.err;
+}
+
+TEST_F(Desktop, XScreenSaverWindowWithRootAndASmallWindowIsThePreview) {
+  put({"--shared"}, clip("blue.mp4", "blue"));
+  const Window pane = makeWindow(100, 100, 80, 60);
+  auto saver = start({"saver", "-root"}, {"XSCREENSAVER_WINDOW=" + hex(pane)});
+  ASSERT_TRUE(shows(saver, blue, 40, 30, 0, pane));
+  EXPECT_THAT(saver.err, HasSubstr("] made, preview true"));
+  // Only the pane is drawn into; the rest of the screen is as it was.
+  EXPECT_FALSE(near(shown(10, 10), blue));
+  ::kill(saver.child.pid(), SIGINT);
+  EXPECT_EQ(saver.finish(), 0);
+  EXPECT_THAT(saver.err, HasSubstr("] stopped: stopAnimation"));
+}
+
+TEST_F(Desktop, APlanChangedWhileRunningIsShownWithinOnePoll) {
+  put({"--shared"}, clip("red.mp4", "red"));
+  const auto blueClip = clip("blue.mp4", "blue");
+  auto saver = start({"saver", "--window", "160x120"});
+  ASSERT_TRUE(shows(saver, red, 80, 60));
+  // A plan's stamp has whole seconds: a change is told from the plan it replaces by a later one.
+  const auto first = std::time(nullptr);
+  while (std::time(nullptr) == first) {
+    std::this_thread::sleep_for(20ms);
+  }
+  const auto changed = Clock::now();
+  put({"--shared"}, blueClip);
+  // The controller looks at the plan every 3 s; a load and a frame on top.
+  ASSERT_TRUE(shows(saver, blue, 80, 60, 0, std::nullopt, 6s));
+  EXPECT_LT(Clock::now() - changed, 6s);
+  EXPECT_THAT(saver.err, HasSubstr("] the plan moved on"));
+  saver.child.terminate();
+}
+
+// A base EDID block of a Dell ("DEL" = 0x10ac), product 0xa0c4, serial 0x4c4c3042.
+void giveEdid(Display* display, int screen) {
+  std::array<unsigned char, 128> edid{0x00, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0x00,
+                                      0x10, 0xac, 0xc4, 0xa0, 0x42, 0x30, 0x4c, 0x4c};
+  XRRScreenResources* resources = XRRGetScreenResourcesCurrent(display, RootWindow(display, screen));
+  ASSERT_NE(resources, nullptr);
+  ASSERT_GE(resources->noutput, 1);
+  XRRChangeOutputProperty(display, resources->outputs[0], XInternAtom(display, "EDID", False), XA_INTEGER, 8,
+                          PropModeReplace, edid.data(), static_cast<int>(edid.size()));
+  XRRFreeScreenResources(resources);
+  XSync(display, False);
+}
+
+TEST_F(Desktop, TwoScreensGetTheirOwnEntriesByTheIdentifiersRandRGives) {
+  giveEdid(display.get(), 1);
+  const auto listed = korvalen({"screens"});
+  ASSERT_EQ(listed.exitCode, 0) << listed.error;
+  EXPECT_EQ(listed.output,
+            "display-0|320x240  screen 0 screen 320x240+0+0\n"
+            "10ac-a0c4-4c4c3042|200x150  screen 1 screen 200x150+0+0\n");
+
+  put({"--screen", "display-0|320x240"}, clip("red.mp4", "red"), "fill");
+  put({"--screen", "10ac-a0c4-4c4c3042|200x150"}, clip("blue.mp4", "blue"), "fill");
+  auto saver = start({"saver", "--fullscreen"});
+  ASSERT_TRUE(shows(saver, red, 160, 120, 0));
+  ASSERT_TRUE(shows(saver, blue, 100, 75, 1));
+  EXPECT_TRUE(near(shown(2, 2, 1), blue)) << "the view covers its whole screen";
+  EXPECT_THAT(saver.err, HasSubstr("] screen 10ac-a0c4-4c4c3042|200x150 -> blue.mp4"));
+  EXPECT_THAT(saver.err, HasSubstr("] screen display-0|320x240 -> red.mp4"));
+  ::kill(saver.child.pid(), SIGTERM);
+  EXPECT_EQ(saver.finish(), 0);
+}
+
+// SDL's disk driver writes what would have been played: 32-bit float stereo.
+float loudest(const std::filesystem::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  float loudest = 0;
+  float sample = 0;
+  while (in.read(reinterpret_cast<char*>(&sample), sizeof sample)) {
+    loudest = std::max(loudest, std::abs(sample));
+  }
+  return loudest;
+}
+
+TEST_F(Desktop, TheSoundTrackPlaysAtThePlansVolumeAndNotWhenOff) {
+  put({"--shared"}, clip("tone.mov", "red", true));
+  const auto played = folder / "played.raw";
+  const std::vector<std::string> disk{"SDL_AUDIODRIVER=disk", "SDL_DISKAUDIOFILE=" + played.string()};
+  ASSERT_EQ(korvalen({"plan", "set", "--sound", "on", "--volume", "0.5"}).exitCode, 0);
+  auto loud = korvalen({"saver", "--window", "64x48", "--seconds", "1.5"}, disk);
+  ASSERT_EQ(loud.exitCode, 0) << loud.error;
+  // The 0.8 sine at half volume.
+  EXPECT_NEAR(loudest(played), 0.4, 0.02) << loud.error;
+
+  std::filesystem::remove(played);
+  ASSERT_EQ(korvalen({"plan", "set", "--sound", "off"}).exitCode, 0);
+  auto quiet = korvalen({"saver", "--window", "64x48", "--seconds", "1"}, disk);
+  ASSERT_EQ(quiet.exitCode, 0) << quiet.error;
+  EXPECT_EQ(loudest(played), 0.0F);
+
+  // No device to play on is not a reason to stop showing the picture.
+  ASSERT_EQ(korvalen({"plan", "set", "--sound", "on"}).exitCode, 0);
+  auto deaf = korvalen({"saver", "--window", "64x48", "--seconds", "1"}, {"SDL_AUDIODRIVER=nosuchdriver"});
+  EXPECT_EQ(deaf.exitCode, 0) << deaf.error;
+  EXPECT_THAT(deaf.error, HasSubstr("no sound: "));
+  EXPECT_THAT(deaf.error, HasSubstr("|320x240 -> tone.mov fit=fit"));
+}
+
+TEST_F(Desktop, WhatCannotBeShownIsOneLine) {
+  struct Case {
+    std::vector<std::string> arguments;
+    std::vector<std::string> environment;
+    int status;
+    std::string fragment;
+  };
+  const std::vector<Case> cases{
+      {{"saver", "--window-id", "zz"}, {}, 2, "--window-id: expected an X window id such as 0x2a00007, got \"zz\""},
+      {{"saver", "--window-id", "0x1ffffff0"}, {}, 1, "window 0x1ffffff0: there is no such window on "},
+      {{"saver", "-root"}, {"XSCREENSAVER_WINDOW=window"}, 2, "XSCREENSAVER_WINDOW: expected an X window id"},
+      {{"saver", "--fullscreen", "--window", "10x10"}, {}, 2, "choose one of --window, --fullscreen"},
+      {{"saver", "--window", "0x10"}, {}, 2, "--window: expected WxH"},
+      {{"saver", "--window", "64x48", "--out", "x.mp4"}, {}, 2, "--size, --out and --screen are for --headless"},
+      {{"saver", "--seconds", "1"}, {"DISPLAY="}, 1, "saver: no X display: DISPLAY is not set; --headless"},
+      {{"saver", "--seconds", "1"}, {"DISPLAY=:9999"}, 1, "saver: no X display: :9999 cannot be opened"},
+      {{"screens"}, {"DISPLAY="}, 1, "screens: no X display"},
+  };
+  for (const auto& c : cases) {
+    const auto done = korvalen(c.arguments, c.environment);
+    EXPECT_EQ(done.exitCode, c.status) << c.fragment << "\n" << done.error;
+    EXPECT_THAT(done.error, HasSubstr(c.fragment));
+    EXPECT_EQ(std::count(done.error.begin(), done.error.end(), '\n'), 1) << done.error;
+  }
+}
+
+TEST(WindowIDs, AsXScreenSaverAndXwininfoWriteThem) {
+  EXPECT_EQ(parseWindowID("0x2a00007", "w"), 0x2a00007U);
+  EXPECT_EQ(parseWindowID("0X1C", "w"), 0x1cU);
+  EXPECT_EQ(parseWindowID("44040199", "w"), 44040199U);
+  EXPECT_EQ(parseWindowID("0x1fffffff", "w"), 0x1fffffffU);
+  for (const auto* bad : {"", "0x", "0", "0x20000000", "12ab", "-5", " 0x10", "0x10 ", "99999999999999999999999"}) {
+    const auto parsed = parseWindowID(bad, "--window-id");
+    ASSERT_FALSE(parsed.has_value()) << bad;
+    EXPECT_EQ(parsed.error(),
+              std::string("--window-id: expected an X window id such as 0x2a00007, got \"") + bad + "\"");
+  }
+}
+
+}  // namespace
+}  // namespace korvalen::host
