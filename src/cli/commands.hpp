@@ -7,6 +7,8 @@
 #include "core/rendering/video_fit.hpp"
 #include "core/screensaver/saver_plan.hpp"
 #include "engine/flash_check.hpp"
+#include "engine/frame_writer.hpp"
+#include "engine/linux/software_saver.hpp"
 
 #include <CLI/CLI.hpp>
 
@@ -30,6 +32,20 @@ void addSaverCommand(CLI::App& app, Context& context, Action& action);
 // XScreenSaver's single-dash spellings ("-root", "-window-id") of the saver's options.
 std::vector<std::string> withLongOptions(std::vector<std::string> arguments);
 void addPingPongCommands(CLI::App& app, Context& context, Action& action);
+
+// While alive, the controller's log lines go to `stream` as they stand, after `indent`.
+class LogToStream {
+ public:
+  explicit LogToStream(std::ostream& stream, std::string indent = "");
+  ~LogToStream();
+  LogToStream(const LogToStream&) = delete;
+  LogToStream& operator=(const LogToStream&) = delete;
+};
+
+// The screensaver on `screen`, run on its own clock for `seconds` and written to `writer`
+// at `fps`; the number of frames written.
+std::int64_t recordSaver(engine::FrameWriter& writer, const engine::SoftwareScreen& screen,
+                         const paths::Environment& environment, double seconds, double fps);
 
 // One line: "video /m/a.mp4 fit=fill crop=0.25,0,0.5,1 mirror-h trim=2:end".
 std::string describeContent(const SaverContent& content);

@@ -7,6 +7,7 @@
 #include "engine/file_hash.hpp"
 #include "engine/ping_pong_builder.hpp"
 #include "engine/process.hpp"
+#include "saver/linux/desktop_host.hpp"
 
 #include <fmt/format.h>
 
@@ -206,12 +207,141 @@ void showPingPong(std::ostream& out, const std::filesystem::path& folder, const 
   out << "  asked again, the cache " << (again ? "has it: " + again->filename().string() : "lost it") << "\n";
 }
 
+// A name in the current folder that holds nothing yet: the demo never writes over a file.
+std::filesystem::path freshName(const std::string& stem, const std::string& extension) {
+  for (int n = 1;; ++n) {
+    auto name =
+        std::filesystem::current_path() / (n == 1 ? stem + extension : fmt::format("{}-{}{}", stem, n, extension));
+    std::error_code ignored;
+    if (!std::filesystem::exists(name, ignored)) {
+      return name;
+    }
+  }
+}
+
+// The screensaver itself: a generated clip with sound, then a generated animated image, in a
+// window when there is a display, else written headless into a video kept for watching.
+void showSaver(std::ostream& out, const std::filesystem::path& folder, const Context& context, bool headless) {
+  out << "\nThe screensaver on a generated clip with sound, then on an animated image:\n";
+  const auto ffmpeg = engine::findExecutable("ffmpeg", context.environment("PATH").value_or(""));
+  if (!ffmpeg) {
+    out << "  skipped: ffmpeg was not found on PATH\n";
+    return;
+  }
+  const auto clip = folder / "dusk.mp4";
+  const auto image = folder / "life.gif";
+  // Slow colour gradients over a soft fifth that swells and fades; Conway's life as a GIF.
+  const auto tone = [](int hertz) { return fmt::format("0.25*sin({}*2*PI*t)*(0.6+0.4*sin(PI*t/2))", hertz); };
+  const std::vector<std::vector<std::string>> makes{
+      {"-v",        "error",
+       "-f",        "lavfi",
+       "-i",        "gradients=s=640x360:r=30:speed=0.03:c0=0x203060:c1=0xd07040:n=2",
+       "-f",        "lavfi",
+       "-i",        fmt::format("aevalsrc={}|{}:s=48000", tone(220), tone(330)),
+       "-t",        "4",
+       "-c:v",      "libx264",
+       "-preset",   "ultrafast",
+       "-pix_fmt",  "yuv420p",
+       "-c:a",      "aac",
+       "-shortest", clip.string()},
+      {"-v", "error", "-f", "lavfi", "-i",
+       "life=s=80x45:r=8:mold=10:ratio=0.2:life_color=0xf0c040:death_color=0x301020,scale=320:180:flags=neighbor", "-t",
+       "3", image.string()}};
+  for (const auto& arguments : makes) {
+    const auto made = engine::run(*ffmpeg, arguments);
+    if (!made || made->exitCode != 0) {
+      out << "  " << arguments.back() << ": could not be made with ffmpeg\n";
+      return;
+    }
+  }
+  const auto planPath = folder / "saver" / SaverPlan::fileName;
+  const auto writePlan = [&](SaverContent content) {
+    SaverPlan plan;
+    plan.written = context.now();
+    plan.sound = true;
+    plan.volume = 0.3;
+    plan.shared = std::move(content);
+    if (auto written = plan.write(planPath); !written) {
+      throw Failure(written.error());
+    }
+  };
+  const SaverContent first(WallpaperKind::video, clip.string(), "Dusk", FitMode::fill);
+  const SaverContent second(WallpaperKind::image, image.string(), "Life", FitMode::fit);
+  const paths::Environment environment = [outer = context.environment, planPath](std::string_view name) {
+    return name == "KORVALEN_SAVER_PLAN" ? std::optional<std::string>(planPath.string()) : outer(name);
+  };
+  const double clipSeconds = 4;
+  const double imageSeconds = 3;
+  out << "  plan: " << planPath.string() << "\n";
+
+  const auto monitors = headless ? std::nullopt : std::optional(host::listMonitors());
+  if (monitors && *monitors && !(*monitors)->empty()) {
+    out << fmt::format(
+        "  in a window: {} s of the clip with its sound, then {} s of the animated image (Esc ends "
+        "either)\n",
+        clipSeconds, imageSeconds);
+    const LogToStream logs(out, "  ");
+    host::DesktopOptions options;
+    // 960x540, or smaller to stay on a small monitor.
+    const auto& monitor = (*monitors)->front();
+    const double scale = std::min(
+        {1.0, 0.9 * static_cast<double>(monitor.width) / 960.0, 0.9 * static_cast<double>(monitor.height) / 540.0});
+    options.width = std::max<std::int64_t>(16, std::llround(960 * scale));
+    options.height = std::max<std::int64_t>(9, std::llround(540 * scale));
+    options.environment = environment;
+    bool shown = true;
+    for (const auto& [content, seconds] : {std::pair{first, clipSeconds}, std::pair{second, imageSeconds}}) {
+      writePlan(content);
+      options.seconds = seconds;
+      if (const auto ran = host::runOnDesktop(options); !ran) {
+        out << "  the window could not be shown: " << ran.error() << "\n";
+        shown = false;
+        break;
+      }
+    }
+    if (shown) {
+      return;
+    }
+  }
+
+  const auto movie = freshName("korvalen-demo", ".mp4");
+  constexpr std::int64_t width = 640;
+  constexpr std::int64_t height = 360;
+  constexpr double fps = 15;
+  auto writer = engine::FrameWriter::start(*ffmpeg, movie, width, height, fps);
+  if (!writer) {
+    out << "  " << writer.error() << "\n";
+    return;
+  }
+  out << "  no display: the screen written headless, on the saver's own clock\n";
+  std::int64_t frames = 0;
+  {
+    const LogToStream logs(out, "  ");
+    const engine::SoftwareScreen screen{{width, height}, fmt::format("display-0|{}x{}", width, height), false, {}};
+    writePlan(first);
+    frames += recordSaver(*writer, screen, environment, clipSeconds, fps);
+    writePlan(second);
+    frames += recordSaver(*writer, screen, environment, imageSeconds, fps);
+  }
+  if (auto finished = writer->finish(); !finished) {
+    out << "  " << finished.error() << "\n";
+    return;
+  }
+  out << fmt::format(
+      "  wrote {} ({} frames, {}x{} at {} fps; the clip, then the animated image; it is yours to "
+      "keep)\n",
+      movie.string(), frames, width, height, formatNumber(fps));
+}
+
 }  // namespace
 
 void addDemoCommand(CLI::App& app, Context& context, Action& action) {
-  auto* demo = app.add_subcommand("demo", "Write a sample plan and show what two screens would get");
-  demo->callback([&context, &action] {
-    action = [&context] {
+  auto* demo = app.add_subcommand(
+      "demo", "Write a sample plan, show what two screens would get, and run the screensaver on generated media");
+  auto headless = std::make_shared<bool>(false);
+  demo->add_flag("--headless", *headless, "Write the screensaver's run into korvalen-demo.mp4 even with a display");
+  demo->callback([&context, &action, headless] {
+    action = [&context, headless] {
       auto& out = context.out;
       ScratchFolder scratch;
       const auto folder = scratch.path() / "Korvalen";
@@ -259,6 +389,7 @@ void addDemoCommand(CLI::App& app, Context& context, Action& action) {
       showPolicy(out);
       showFlashCheck(out, scratch.path(), context);
       showPingPong(out, scratch.path(), context);
+      showSaver(out, scratch.path(), context, *headless);
       out << "\nThe temporary Korvalen folder is removed again.\n";
       return ok;
     };

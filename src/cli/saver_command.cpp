@@ -36,17 +36,6 @@ struct SaverOptions {
   std::string ffmpeg;
 };
 
-// While alive, the controller's lines go to the tool's standard error as they stand.
-class LogToStream {
- public:
-  explicit LogToStream(std::ostream& stream) {
-    log::setBackend([&stream](const log::Line& line) { stream << log::formatLine(line) << "\n" << std::flush; });
-  }
-  ~LogToStream() { log::setBackend(nullptr); }
-  LogToStream(const LogToStream&) = delete;
-  LogToStream& operator=(const LogToStream&) = delete;
-};
-
 // --plan stands for the variable the screensaver reads, so the location rule is the same.
 paths::Environment environmentWith(const SaverOptions& o, const Context& context) {
   if (o.plan.empty()) {
@@ -75,23 +64,11 @@ int runHeadless(const SaverOptions& o, Context& context) {
     throw Failure(writer.error());
   }
   const LogToStream logs(context.err);
-  engine::SoftwareSaver saver(engine::SoftwareScreen{
-      {static_cast<double>(size.width), static_cast<double>(size.height)}, screen, o.preview, std::nullopt});
-  auto controller = saver::SaverController::make(saver.platform(environmentWith(o, context)));
-  controller->startAnimation();
-  engine::Picture picture(size.width, size.height);
-  // The saver's own clock decides what each frame shows, however long drawing it takes.
-  const auto frames = std::max<std::int64_t>(1, std::llround(seconds * fps));
-  std::int64_t written = 0;
-  for (; written < frames; ++written) {
-    saver.loop().runUntil(static_cast<double>(written) / fps);
-    saver.draw(picture);
-    if (!writer->write(picture)) {
-      break;
-    }
-  }
-  controller->stopAnimation();
-  controller.reset();
+  const auto written = recordSaver(
+      *writer,
+      engine::SoftwareScreen{
+          {static_cast<double>(size.width), static_cast<double>(size.height)}, screen, o.preview, std::nullopt},
+      environmentWith(o, context), seconds, fps);
   if (auto finished = writer->finish(); !finished) {
     throw Failure(finished.error());
   }
@@ -157,6 +134,36 @@ int runOnDesktop(const SaverOptions& o, Context& context) {
 }
 
 }  // namespace
+
+LogToStream::LogToStream(std::ostream& stream, std::string indent) {
+  log::setBackend([&stream, indent = std::move(indent)](const log::Line& line) {
+    stream << indent << log::formatLine(line) << "\n" << std::flush;
+  });
+}
+
+LogToStream::~LogToStream() {
+  log::setBackend(nullptr);
+}
+
+std::int64_t recordSaver(engine::FrameWriter& writer, const engine::SoftwareScreen& screen,
+                         const paths::Environment& environment, double seconds, double fps) {
+  engine::SoftwareSaver saver(screen);
+  auto controller = saver::SaverController::make(saver.platform(environment));
+  controller->startAnimation();
+  engine::Picture picture(static_cast<std::int64_t>(screen.size.width), static_cast<std::int64_t>(screen.size.height));
+  // The saver's own clock decides what each frame shows, however long drawing it takes.
+  const auto frames = std::max<std::int64_t>(1, std::llround(seconds * fps));
+  std::int64_t written = 0;
+  for (; written < frames; ++written) {
+    saver.loop().runUntil(static_cast<double>(written) / fps);
+    saver.draw(picture);
+    if (!writer.write(picture)) {
+      break;
+    }
+  }
+  controller->stopAnimation();
+  return written;
+}
 
 std::vector<std::string> withLongOptions(std::vector<std::string> arguments) {
   // XScreenSaver's hacks take "-root" and "-window-id"; its programs: entries are written so.

@@ -206,9 +206,15 @@ class Desktop : public ::testing::Test {
   std::filesystem::path ffmpeg;
 
  private:
+  // env's options (--chdir) first, as it takes them only before the first variable; then the
+  // defaults, which the test's own variables override.
   std::vector<std::string> withEnvironment(std::vector<std::string> arguments, std::vector<std::string> environment) {
-    std::vector<std::string> all{"KORVALEN_SAVER_PLAN=" + plan(), "SDL_AUDIODRIVER=dummy"};
-    all.insert(all.end(), environment.begin(), environment.end());
+    std::vector<std::string> all;
+    std::copy_if(environment.begin(), environment.end(), std::back_inserter(all),
+                 [](const std::string& s) { return s.starts_with("--"); });
+    all.insert(all.end(), {"KORVALEN_SAVER_PLAN=" + plan(), "SDL_AUDIODRIVER=dummy"});
+    std::copy_if(environment.begin(), environment.end(), std::back_inserter(all),
+                 [](const std::string& s) { return !s.starts_with("--"); });
     all.emplace_back(KORVALEN_EXECUTABLE);
     all.insert(all.end(), arguments.begin(), arguments.end());
     return all;
@@ -389,6 +395,58 @@ TEST_F(Desktop, WhatCannotBeShownIsOneLine) {
     EXPECT_THAT(done.error, HasSubstr(c.fragment));
     EXPECT_EQ(std::count(done.error.begin(), done.error.end(), '\n'), 1) << done.error;
   }
+}
+
+TEST_F(Desktop, TheDemoEndsWithTheSaverInAWindow) {
+  auto demo = start({"demo"}, {"--chdir=" + folder.path().string()});
+  ASSERT_TRUE(demo.waitFor([&] { return demo.out.find("-> dusk.mp4 fit=fill") != std::string::npos; }, 60s))
+      << demo.out << demo.err;
+  // 288x162 at the corner of the 320x240 screen, showing dusk-coloured gradients.
+  Rgb seen;
+  EXPECT_TRUE(demo.waitFor(
+      [&] {
+        return !near(seen = shown(144, 81), black) && !near(seen, {255, 255, 255});
+      },
+      5s))
+      << seen;
+  EXPECT_EQ(demo.finish(), 0) << demo.err;
+  EXPECT_THAT(demo.out, HasSubstr("in a window: 4 s of the clip with its sound, then 3 s of the animated image"));
+  EXPECT_THAT(demo.out, HasSubstr("-> life.gif fit=fit"));
+  EXPECT_EQ(folder.entries(), std::vector<std::string>{}) << "nothing is left behind when it was shown";
+}
+
+TEST_F(Desktop, WithoutADisplayTheDemoKeepsAVideoOfTheSaverAndWritesOverNothing) {
+  {
+    std::ofstream mine(folder / "korvalen-demo.mp4");
+    mine << "mine";
+  }
+  const auto demo = korvalen({"demo"}, {"--chdir=" + folder.path().string(), "DISPLAY="});
+  ASSERT_EQ(demo.exitCode, 0) << demo.error;
+  const auto movie = folder / "korvalen-demo-2.mp4";
+  EXPECT_THAT(demo.output, HasSubstr("  wrote " + movie.string() + " (105 frames, 640x360 at 15 fps;"));
+  EXPECT_EQ(testing::readText(folder / "korvalen-demo.mp4"), "mine");
+  // Its frames: the clip's gradient first, the image's cells later.
+  const auto frame = [&](double at) {
+    const auto png = folder / "frame.png";
+    const auto cut =
+        engine::run(ffmpeg, {"-v", "error", "-y", "-ss", std::to_string(at), "-i", movie.string(), "-frames:v", "1",
+                             "-f", "rawvideo", "-pix_fmt", "rgb24", "-s", "4x4", png.string() + ".rgb"});
+    EXPECT_TRUE(cut && cut->exitCode == 0);
+    return testing::readText(png.string() + ".rgb");
+  };
+  const auto early = frame(1);
+  const auto late = frame(6);
+  ASSERT_EQ(early.size(), 48U);
+  ASSERT_EQ(late.size(), 48U);
+  EXPECT_NE(early, late);
+  const auto brightness = [](const std::string& pixels) {
+    int sum = 0;
+    for (const char c : pixels) {
+      sum += static_cast<unsigned char>(c);
+    }
+    return sum / static_cast<int>(pixels.size());
+  };
+  EXPECT_GT(brightness(early), 40) << "the clip, not a black screen";
 }
 
 TEST(WindowIDs, AsXScreenSaverAndXwininfoWriteThem) {
