@@ -121,6 +121,8 @@ class SdlLibrary {
     // copy and, on machines without a GPU driver, a software rasteriser's time, and it cannot
     // reach windows on a second X screen.
     SDL_SetHint(SDL_HINT_FRAMEBUFFER_ACCELERATION, "0");
+    // SDL keeps the screen awake while it has a window; a screensaver must not.
+    SDL_SetHint(SDL_HINT_VIDEO_ALLOW_SCREENSAVER, "1");
     ok_ = SDL_Init(SDL_INIT_VIDEO) == 0;
   }
   ~SdlLibrary() { SDL_Quit(); }
