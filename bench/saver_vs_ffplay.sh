@@ -44,16 +44,23 @@ on_xvfb() {
   echo "$player $(echo "$after - $before" | bc -l)"
 }
 
-read -r ffplay_cpu ffplay_x < <(on_xvfb ffplay -v error -an -x 1920 -y 1080 -autoexit -t "$seconds" "$clip")
+play=(ffplay -v error -an -x 1920 -y 1080 -autoexit -t "$seconds" "$clip")
+read -r ffplay_cpu ffplay_x < <(on_xvfb "${play[@]}")
+# Without a GPU, ffplay's SDL renderer is OpenGL on a software rasteriser; its software
+# renderer is the other way it can draw here.
+read -r soft_cpu soft_x < <(SDL_RENDER_DRIVER=software on_xvfb "${play[@]}")
 "$korvalen" plan set --guard off --plan "$plan" >/dev/null
 read -r saver_cpu saver_x < <(on_xvfb "$korvalen" saver --window 1920x1080 --seconds "$seconds" --plan "$plan")
 "$korvalen" plan set --guard on --plan "$plan" >/dev/null
 read -r guard_cpu guard_x < <(on_xvfb "$korvalen" saver --window 1920x1080 --seconds "$seconds" --plan "$plan")
 
-ratio() { echo "$1 / $2" | bc -l | xargs printf '%.2f'; }
+ratio() { echo "($1) / ($2)" | bc -l | xargs printf '%.2f'; }
 printf '1080p30 for %s s in a 1920x1080 window (CPU s, player + X server):\n' "$seconds"
 printf '  ffplay                  %6.2f + X %6.2f\n' "$ffplay_cpu" "$ffplay_x"
+printf '  ffplay, SDL software    %6.2f + X %6.2f\n' "$soft_cpu" "$soft_x"
 printf '  korvalen saver          %6.2f + X %6.2f   ratio %s (with X %s)\n' "$saver_cpu" "$saver_x" \
   "$(ratio "$saver_cpu" "$ffplay_cpu")" "$(ratio "$saver_cpu + $saver_x" "$ffplay_cpu + $ffplay_x")"
 printf '  korvalen saver, guarded %6.2f + X %6.2f   ratio %s (with X %s)\n' "$guard_cpu" "$guard_x" \
   "$(ratio "$guard_cpu" "$ffplay_cpu")" "$(ratio "$guard_cpu + $guard_x" "$ffplay_cpu + $ffplay_x")"
+printf '  against ffplay with SDL software: saver ratio %s (with X %s)\n' "$(ratio "$saver_cpu" "$soft_cpu")" \
+  "$(ratio "$saver_cpu + $saver_x" "$soft_cpu + $soft_x")"

@@ -1,7 +1,11 @@
 // Monitor identifiers: any saved and present keys resolve to one binding per present key,
-// and distinct present keys each find their own saved selves exactly.
+// and distinct present keys each find their own saved selves exactly. The same bytes as an
+// EDID block (as RandR hands it over): numbers only from a block with the EDID header, and
+// one identifier per display whatever the numbers say.
 #include "core/desktop/monitor_identity.hpp"
 #include "fuzz.hpp"
+
+#include <span>
 
 #include <set>
 
@@ -30,5 +34,17 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       KORVALEN_FUZZ_CHECK(binding.quality == MonitorMatch::exact && binding.savedKey == binding.stableID);
     }
   }
+  const std::span bytes(data, size);
+  const auto numbers = ScreenIdentity::edidNumbers(bytes);
+  if (numbers) {
+    KORVALEN_FUZZ_CHECK(size >= 128 && data[0] == 0 && data[1] == 0xff && data[7] == 0);
+  }
+  std::vector<ScreenIdentity::Display> displays;
+  for (std::size_t at = 0; at + 4 <= size && displays.size() < 8; at += 4) {
+    const auto edid = ScreenIdentity::EdidNumbers{data[at], data[at + 1], data[at + 2]};
+    displays.push_back({edid, (data[at + 3] & 1U) != 0, data[at + 3] / 2U, std::nullopt,
+                        static_cast<double>(data[at] * 16), static_cast<double>(data[at + 1] * 9)});
+  }
+  KORVALEN_FUZZ_CHECK(ScreenIdentity::stableIDs(displays).size() == displays.size());
   return 0;
 }
