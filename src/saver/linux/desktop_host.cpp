@@ -100,7 +100,7 @@ struct DisplayCloser {
 using DisplayPtr = std::unique_ptr<Display, DisplayCloser>;
 
 std::expected<DisplayPtr, std::string> openDisplay() {
-  const char* name = std::getenv("DISPLAY");
+  const char* name = std::getenv("DISPLAY");  // NOLINT(concurrency-mt-unsafe): nothing sets it meanwhile
   if (name == nullptr || *name == '\0') {
     return std::unexpected("no X display: DISPLAY is not set");
   }
@@ -303,7 +303,8 @@ class Host {
     if (view.sdl != nullptr) {
       SDL_DestroyWindow(view.sdl);
     }
-    view.sdl = SDL_CreateWindowFrom(reinterpret_cast<void*>(view.window));
+    // SDL takes the X window id in a pointer.
+    view.sdl = SDL_CreateWindowFrom(reinterpret_cast<void*>(view.window));  // NOLINT(performance-no-int-to-ptr)
     if (view.sdl == nullptr) {
       return std::unexpected(fmt::format("window 0x{:x}: it cannot be drawn into ({})", view.window, SDL_GetError()));
     }
