@@ -42,6 +42,9 @@ class LogToStream {
   LogToStream& operator=(const LogToStream&) = delete;
 };
 
+// `environment` with the screensaver's plan variable set to `plan`.
+paths::Environment withPlan(paths::Environment environment, std::string plan);
+
 // The screensaver on `screen`, run on its own clock for `seconds` and written to `writer`
 // at `fps`; the number of frames written.
 std::int64_t recordSaver(engine::FrameWriter& writer, const engine::SoftwareScreen& screen,

@@ -267,9 +267,7 @@ void showSaver(std::ostream& out, const std::filesystem::path& folder, const Con
   };
   const SaverContent first(WallpaperKind::video, clip.string(), "Dusk", FitMode::fill);
   const SaverContent second(WallpaperKind::image, image.string(), "Life", FitMode::fit);
-  const paths::Environment environment = [outer = context.environment, planPath](std::string_view name) {
-    return name == "KORVALEN_SAVER_PLAN" ? std::optional<std::string>(planPath.string()) : outer(name);
-  };
+  const auto environment = withPlan(context.environment, planPath.string());
   const double clipSeconds = 4;
   const double imageSeconds = 3;
   out << "  plan: " << planPath.string() << "\n";

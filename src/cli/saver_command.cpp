@@ -38,12 +38,15 @@ struct SaverOptions {
 
 // --plan stands for the variable the screensaver reads, so the location rule is the same.
 paths::Environment environmentWith(const SaverOptions& o, const Context& context) {
-  if (o.plan.empty()) {
-    return context.environment;
+  return o.plan.empty() ? context.environment : withPlan(context.environment, o.plan);
+}
+
+std::uint64_t windowID(const std::string& text, std::string_view what) {
+  const auto id = host::parseWindowID(text, what);
+  if (!id) {
+    throw UsageError(id.error());
   }
-  return [outer = context.environment, plan = o.plan](std::string_view name) -> std::optional<std::string> {
-    return name == "KORVALEN_SAVER_PLAN" ? std::optional<std::string>(plan) : outer(name);
-  };
+  return *id;
 }
 
 int runHeadless(const SaverOptions& o, Context& context) {
@@ -98,11 +101,7 @@ int runOnDesktop(const SaverOptions& o, Context& context) {
   if (!o.windowIDs.empty()) {
     options.target = host::DesktopOptions::Target::foreign;
     for (const auto& text : o.windowIDs) {
-      const auto id = host::parseWindowID(text, "--window-id");
-      if (!id) {
-        throw UsageError(id.error());
-      }
-      options.windows.push_back(*id);
+      options.windows.push_back(windowID(text, "--window-id"));
     }
   } else if (o.fullscreen) {
     options.target = host::DesktopOptions::Target::fullscreen;
@@ -110,11 +109,7 @@ int runOnDesktop(const SaverOptions& o, Context& context) {
     // XScreenSaver's convention: the window it made for the hack, else the root window.
     options.target = host::DesktopOptions::Target::foreign;
     if (given) {
-      const auto id = host::parseWindowID(*given, "XSCREENSAVER_WINDOW");
-      if (!id) {
-        throw UsageError(id.error());
-      }
-      options.windows.push_back(*id);
+      options.windows.push_back(windowID(*given, "XSCREENSAVER_WINDOW"));
     }
   } else {
     const auto size = parseSize(o.window.empty() ? "1280x720" : o.window, "--window");
@@ -134,6 +129,12 @@ int runOnDesktop(const SaverOptions& o, Context& context) {
 }
 
 }  // namespace
+
+paths::Environment withPlan(paths::Environment environment, std::string plan) {
+  return [outer = std::move(environment), plan = std::move(plan)](std::string_view name) -> std::optional<std::string> {
+    return name == "KORVALEN_SAVER_PLAN" ? std::optional<std::string>(plan) : outer(name);
+  };
+}
 
 LogToStream::LogToStream(std::ostream& stream, std::string indent) {
   log::setBackend([&stream, indent = std::move(indent)](const log::Line& line) {
