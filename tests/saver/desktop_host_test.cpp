@@ -94,8 +94,9 @@ class Desktop : public ::testing::Test {
     const char* path = std::getenv("PATH");  // NOLINT(concurrency-mt-unsafe): before any thread
     const auto xvfb = engine::findExecutable("Xvfb", path == nullptr ? "/usr/bin:/bin" : path);
     ASSERT_TRUE(xvfb.has_value()) << "these tests need Xvfb on PATH (scripts/setup.sh installs xvfb)";
-    auto started = engine::ChildProcess::start(*xvfb, {"-displayfd", "1", "-screen", "0", "320x240x24", "-screen", "1",
-                                                       "200x150x24", "-nolisten", "tcp", "-noreset"});
+    auto started =
+        engine::ChildProcess::start(xvfb.value_or("Xvfb"), {"-displayfd", "1", "-screen", "0", "320x240x24", "-screen",
+                                                            "1", "200x150x24", "-nolisten", "tcp", "-noreset"});
     ASSERT_TRUE(started.has_value()) << started.error();
     server = std::make_unique<engine::ChildProcess>(std::move(*started));
     std::string out;
@@ -124,7 +125,7 @@ class Desktop : public ::testing::Test {
 
   // A still colour as a 4:3 clip of a few seconds; with a tone when `tone`.
   std::string clip(const std::string& name, const std::string& colour, bool tone = false) {
-    const auto path = (folder / name).string();
+    auto path = (folder / name).string();
     std::vector<std::string> arguments{"-v", "error", "-f", "lavfi", "-i", "color=c=" + colour + ":s=160x120:r=10"};
     if (tone) {
       // Stereo at 0.8 of full scale.
