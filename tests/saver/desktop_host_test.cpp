@@ -14,6 +14,7 @@
 #include <X11/Xlib.h>
 #include <X11/Xutil.h>
 #include <X11/extensions/Xrandr.h>
+#include <X11/keysym.h>
 #include <signal.h>
 
 #include <array>
@@ -55,6 +56,14 @@ constexpr long stopBound = 2000;
 #else
 constexpr long stopBound = 200;
 #endif
+
+std::size_t occurrences(const std::string& text, const std::string& part) {
+  std::size_t count = 0;
+  for (auto at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {
+    ++count;
+  }
+  return count;
+}
 
 constexpr Rgb red{255, 0, 0};
 constexpr Rgb blue{0, 0, 255};
@@ -251,12 +260,78 @@ TEST_F(Desktop, OwnWindowShowsThePlacementAndSigtermStopsItAtOnce) {
   const auto took = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - sent);
   EXPECT_EQ(status, 0) << saver.err;
   EXPECT_LT(took.count(), stopBound);
-  std::size_t stops = 0;
-  for (auto at = saver.err.find("] stopped: "); at != std::string::npos; at = saver.err.find("] stopped: ", at + 1)) {
-    ++stops;
-  }
-  EXPECT_EQ(stops, 1U) << saver.err;
+  EXPECT_EQ(occurrences(saver.err, "] stopped: "), 1U) << saver.err;
   EXPECT_THAT(saver.err, HasSubstr("] stopped: stopAnimation"));
+}
+
+// The saver's own top-level window, found by its name.
+Window windowNamed(Display* display, const char* name) {
+  Window root = None;
+  Window parent = None;
+  Window* children = nullptr;
+  unsigned count = 0;
+  Window found = None;
+  if (XQueryTree(display, DefaultRootWindow(display), &root, &parent, &children, &count) != 0) {
+    for (unsigned i = 0; i < count && found == None; ++i) {
+      char* title = nullptr;
+      if (XFetchName(display, children[i], &title) != 0 && title != nullptr) {
+        found = std::string_view(title) == name ? children[i] : None;
+        XFree(title);
+      }
+    }
+    XFree(children);
+  }
+  return found;
+}
+
+void pressKey(Display* display, Window window, KeySym key) {
+  XEvent event{};
+  event.xkey.type = KeyPress;
+  event.xkey.display = display;
+  event.xkey.window = window;
+  event.xkey.root = DefaultRootWindow(display);
+  event.xkey.keycode = XKeysymToKeycode(display, key);
+  event.xkey.same_screen = True;
+  XSendEvent(display, window, True, KeyPressMask, &event);
+}
+
+// What a window manager sends when its close button is pressed (of type WM_PROTOCOLS).
+void closeWindow(Display* display, Window window, const char* type = "WM_PROTOCOLS") {
+  XEvent event{};
+  event.xclient.type = ClientMessage;
+  event.xclient.window = window;
+  event.xclient.message_type = XInternAtom(display, type, False);
+  event.xclient.format = 32;
+  event.xclient.data.l[0] = static_cast<long>(XInternAtom(display, "WM_DELETE_WINDOW", False));
+  event.xclient.data.l[1] = CurrentTime;
+  XSendEvent(display, window, False, NoEventMask, &event);
+}
+
+TEST_F(Desktop, EscapeQAndTheWindowManagersCloseEndItsOwnWindow) {
+  put({"--shared"}, clip("red.mp4", "red"));
+  const std::vector<std::pair<std::string, std::function<void(Display*, Window)>>> ways{
+      {"Escape", [](Display* d, Window w) { pressKey(d, w, XK_Escape); }},
+      {"q", [](Display* d, Window w) { pressKey(d, w, XK_q); }},
+      {"close", [](Display* d, Window w) { closeWindow(d, w); }},
+  };
+  for (const auto& [name, end] : ways) {
+    SCOPED_TRACE(name);
+    auto saver = start({"saver", "--window", "120x90"});
+    ASSERT_TRUE(shows(saver, red, 60, 45));
+    const Window window = windowNamed(display.get(), "Korvalen");
+    ASSERT_NE(window, None);
+    // Another key, or another client's message, is not a reason to stop.
+    pressKey(display.get(), window, XK_space);
+    closeWindow(display.get(), window, "_KORVALEN_SOMETHING_ELSE");
+    XSync(display.get(), False);
+    EXPECT_FALSE(saver.waitFor([&] { return saver.err.find("] stopped: ") != std::string::npos; }, 300ms)) << saver.err;
+    end(display.get(), window);
+    XSync(display.get(), False);
+    ASSERT_TRUE(saver.said("] stopped: stopAnimation")) << saver.err;
+    EXPECT_EQ(saver.finish(), 0) << saver.err;
+    EXPECT_EQ(occurrences(saver.err, "] stopped: stopAnimation"), 1U) << saver.err;
+    EXPECT_EQ(windowNamed(display.get(), "Korvalen"), None) << "its window is taken down with it";
+  }
 }
 
 TEST_F(Desktop, ForeignWindowFollowsItsSizeAndItsEnd) {
@@ -278,6 +353,33 @@ TEST_F(Desktop, ForeignWindowFollowsItsSizeAndItsEnd) {
   XSync(display.get(), False);
   ASSERT_TRUE(saver.said("] stopped: left its window")) << saver.err;
   EXPECT_EQ(saver.finish(), 0) << saver.err;
+}
+
+TEST_F(Desktop, OneProcessDrivesAViewInEachWindowItIsGivenUntilTheLastIsGone) {
+  put({"--shared"}, clip("red.mp4", "red"));
+  // Half the screen each: too large for a preview.
+  const Window left = makeWindow(0, 0, 160, 240);
+  const Window right = makeWindow(160, 0, 160, 240);
+  // Written as XScreenSaver writes its hacks' options: one dash.
+  auto saver = start({"saver", "-window-id", hex(left), "-window-id", hex(right)});
+  ASSERT_TRUE(shows(saver, red, 80, 120, 0, left));
+  ASSERT_TRUE(shows(saver, red, 80, 120, 0, right));
+  ASSERT_TRUE(saver.waitFor([&] { return occurrences(saver.err, "] screen ") == 2; })) << saver.err;
+  EXPECT_EQ(occurrences(saver.err, "] made, preview false"), 2U) << saver.err;
+
+  // One window gone stops its own view; the other plays on.
+  XDestroyWindow(display.get(), left);
+  XSync(display.get(), False);
+  ASSERT_TRUE(saver.said("] stopped: left its window")) << saver.err;
+  XFillRectangle(display.get(), right, DefaultGC(display.get(), 0), 0, 0, 160, 240);
+  ASSERT_TRUE(shows(saver, red, 80, 120, 0, right)) << "drawn again after it was painted over";
+
+  XDestroyWindow(display.get(), right);
+  XSync(display.get(), False);
+  ASSERT_TRUE(saver.waitFor([&] { return occurrences(saver.err, "] stopped: ") == 2; })) << saver.err;
+  EXPECT_EQ(saver.finish(), 0) << "ends once no window is left\n" << saver.err;
+  EXPECT_EQ(occurrences(saver.err, "] stopped: left its window"), 2U) << saver.err;
+  EXPECT_EQ(occurrences(saver.err, "] stopped: "), 2U) << saver.err;
 }
 
 TEST_F(Desktop, XScreenSaverWindowWithRootAndASmallWindowIsThePreview) {

@@ -181,6 +181,7 @@ class Host {
   std::expected<void, std::string> open(std::shared_ptr<engine::SoundOutput> sound) {
     sound_ = std::move(sound);
     monitors_ = monitorsOf(display_);
+    wmProtocols_ = XInternAtom(display_, "WM_PROTOCOLS", False);
     wmDelete_ = XInternAtom(display_, "WM_DELETE_WINDOW", False);
     switch (options_.target) {
       case DesktopOptions::Target::window:
@@ -382,7 +383,7 @@ class Host {
           }
           break;
         case ClientMessage:
-          if (static_cast<Atom>(event.xclient.data.l[0]) == wmDelete_) {
+          if (event.xclient.message_type == wmProtocols_ && static_cast<Atom>(event.xclient.data.l[0]) == wmDelete_) {
             quit_ = true;
           }
           break;
@@ -429,6 +430,7 @@ class Host {
   std::vector<Monitor> monitors_;
   std::vector<View> views_;
   std::shared_ptr<engine::SoundOutput> sound_;
+  Atom wmProtocols_ = None;
   Atom wmDelete_ = None;
   bool quit_ = false;
 };
