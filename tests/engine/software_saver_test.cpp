@@ -8,19 +8,21 @@
 #include "engine/process.hpp"
 #include "support/clips.hpp"
 #include "support/param_name.hpp"
+#include "support/sound.hpp"
 #include "support/temp_folder.hpp"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cmath>
 #include <set>
+#include <thread>
 
 namespace korvalen::engine {
 namespace {
 
 namespace fs = std::filesystem;
-using ::testing::HasSubstr;
 
 struct Colour {
   int red;
@@ -53,12 +55,19 @@ class SoftwareSaverTest : public ::testing::Test {
     make("color=c=black:s=32x32:r=2,format=gray,geq=lum='40+40*N'", {"-frames:v", "4"}, "calm.gif");
     make("color=c=orange:s=80x60", {"-frames:v", "1"}, "still.png");
     korvalen::testing::makeNumberedClip(ffmpeg, *media_ / "count.mp4", 50, 10);
+    // Both with a 440 Hz tone: a calm picture, and the five-a-second flashes.
+    const std::vector<std::string> withTone{"-f",  "lavfi", "-i", "sine=f=440:d=4", "-c:v",   "libx264", "-c:a",
+                                            "aac", "-t",    "4",  "-pix_fmt",       "yuv420p"};
+    make("testsrc2=s=64x48:r=10", withTone, "tone.mp4");
+    make("color=c=black:s=64x48:r=30,format=gray,geq=lum='if(lt(mod(T\\,0.2)\\,0.1)\\,255\\,0)'", withTone,
+         "flashtone.mp4");
     korvalen::testing::writeText(*media_ / "broken.mp4", std::string(4096, 'x'));
   }
   static void TearDownTestSuite() { media_.reset(); }
   static std::string file(const std::string& name) { return (*media_ / name).string(); }
 
-  void start(const SaverPlan& plan, saver::Size size = {400, 200}, bool preview = false) {
+  void start(const SaverPlan& plan, saver::Size size = {400, 200}, bool preview = false,
+             std::shared_ptr<SoundOutput> sound = nullptr) {
     ASSERT_TRUE(plan.write(planPath()).has_value());
     size_ = size;
     controller_.reset();  // before the engine it stands on
@@ -66,7 +75,8 @@ class SoftwareSaverTest : public ::testing::Test {
         std::make_unique<SoftwareSaver>(SoftwareScreen{size,
                                                        "display-0|" + std::to_string(static_cast<int>(size.width)) +
                                                            "x" + std::to_string(static_cast<int>(size.height)),
-                                                       preview, std::nullopt});
+                                                       preview, std::nullopt},
+                                        std::move(sound));
     const auto path = planPath().string();
     controller_ = saver::SaverController::make(saver_->platform([path](std::string_view name) {
       return name == "KORVALEN_SAVER_PLAN" ? std::optional<std::string>(path) : std::nullopt;
@@ -245,6 +255,60 @@ TEST_F(SoftwareSaverTest, AFlashingVideoIsPausedWithinASecondOfTheViolation) {
   EXPECT_FALSE(controller_->watchingFlashes());
 }
 
+// The sound a device gets follows the plan (volume, sound off, rate), held content, the flash
+// guard's pause and the stop.
+TEST_F(SoftwareSaverTest, TheSoundFollowsThePlanTheGuardAndTheStop) {
+  struct Case {
+    std::string name;
+    std::string file;
+    bool sound = true;
+    double volume = 1;
+    double rate = 1;
+    bool held = false;
+    bool guard = true;
+    double loudness = 0;  // of the tone at full level; 0: silent
+    double hertz = 440;
+  };
+  const std::vector<Case> cases{
+      {"at the plan's volume", "tone.mp4", true, 0.5, 1, false, true, 0.5},
+      {"at half rate, an octave lower", "tone.mp4", true, 1, 0.5, false, true, 1, 220},
+      {"sound off", "tone.mp4", false, 1, 1, false, true, 0},
+      {"volume 0", "tone.mp4", true, 0, 1, false, true, 0},
+      {"held still", "tone.mp4", true, 1, 1, true, true, 0},
+      {"paused by the flash guard", "flashtone.mp4", true, 1, 1, false, true, 0},
+      {"flashing, unguarded", "flashtone.mp4", true, 1, 1, false, false, 1},
+  };
+  // lavfi's sine has an amplitude of 1/8; mono spreads over both channels 3 dB down.
+  constexpr double toneRms = 0.125 / 2;
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    auto content = video(c.file);
+    content.held = c.held;
+    auto plan = planWith(content);
+    plan.sound = c.sound;
+    plan.volume = c.volume;
+    plan.rate = c.rate;
+    plan.stopsFlashing = c.guard;
+    auto device = std::make_shared<korvalen::testing::ListeningDevice>();
+    start(plan, {64, 48}, false, device);
+    at(3.0);                                                      // well past the guard's verdict on the flashes
+    std::this_thread::sleep_for(std::chrono::milliseconds(150));  // time to decode ahead
+    device->listen(0.1);
+    const auto heard = korvalen::testing::hear(device->listen(0.4), device->sampleRate());
+    if (c.loudness > 0) {
+      EXPECT_NEAR(heard.rms, c.loudness * toneRms, 0.1 * toneRms);
+      EXPECT_NEAR(heard.hertz, c.hertz, 8);
+    } else {
+      EXPECT_EQ(heard.rms, 0);
+    }
+    if (!c.sound || c.volume <= 0) {
+      EXPECT_TRUE(device->sources.empty()) << "nothing decoded for a silent video";
+    }
+    controller_->stopAnimation();
+    EXPECT_TRUE(device->sources.empty()) << "the stop takes its sound away";
+  }
+}
+
 TEST_F(SoftwareSaverTest, AFlashingGifIsFrozenAndACalmOneAnimates) {
   start(planWith(SaverContent(WallpaperKind::image, file("flashing.gif"), std::nullopt, FitMode::stretch)), {32, 32});
   const auto first = at(0.0);
@@ -255,8 +319,8 @@ TEST_F(SoftwareSaverTest, AFlashingGifIsFrozenAndACalmOneAnimates) {
 
   start(planWith(SaverContent(WallpaperKind::image, file("calm.gif"), std::nullopt, FitMode::stretch)), {32, 32});
   std::set<int> levels;
-  for (double t = 0; t < 2.0; t += 0.25) {
-    levels.insert(pixel(at(t), 16, 16).green);
+  for (int quarter = 0; quarter < 8; ++quarter) {
+    levels.insert(pixel(at(quarter * 0.25), 16, 16).green);
   }
   EXPECT_EQ(levels.size(), 4U) << "each of the four frames shows in turn";
 }
@@ -273,7 +337,7 @@ TEST_F(SoftwareSaverTest, ARewrittenPlanIsFollowedWithinOnePoll) {
 
 TEST_F(SoftwareSaverTest, WhatCannotBeShownIsBlackWithItsLine) {
   struct Row {
-    std::optional<SaverContent> content;
+    SaverContent content;
     std::string line;
   };
   const std::vector<Row> rows{
@@ -284,7 +348,7 @@ TEST_F(SoftwareSaverTest, WhatCannotBeShownIsBlackWithItsLine) {
        "index.html has nothing to show here: black"},
   };
   for (const auto& row : rows) {
-    start(planWith(*row.content), {16, 16});
+    start(planWith(row.content), {16, 16});
     const auto picture = at(1.0);
     EXPECT_TRUE(std::all_of(picture.bgra.begin(), picture.bgra.end(), [i = 0](std::uint8_t byte) mutable {
       return (i++ % 4 == 3) || byte == 0;
@@ -323,7 +387,7 @@ TEST_F(SoftwareSaverTest, DrawingOnlyWhenChangedSkipsAnUnchangedPictureAndNotANe
   EXPECT_EQ(picture.bgra[0], 7) << "nothing was drawn";
   saver_->loop().runUntil(0.15);
   EXPECT_TRUE(saver_->draw(picture.canvas(), true)) << "the next frame is due";
-  EXPECT_EQ(korvalen::testing::numberInFrame(picture.bgra.data(), 64 * 4), 1);
+  EXPECT_EQ(korvalen::testing::numberInFrame(picture.bgra.data(), picture.width * 4), 1);
   EXPECT_FALSE(saver_->draw(picture.canvas(), true));
   EXPECT_TRUE(saver_->draw(picture.canvas())) << "asked to, it always draws";
   // A change of the layers (the flash guard pausing, a resize) counts as well.

@@ -4,6 +4,7 @@
 
 #include "engine/process.hpp"
 #include "support/clips.hpp"
+#include "support/sound.hpp"
 #include "support/temp_folder.hpp"
 
 #include <gmock/gmock.h>
@@ -55,23 +56,8 @@ class SoundTrackTest : public ::testing::Test {
     return all;
   }
 
-  struct Heard {
-    double rms = 0;
-    double hertz = 0;
-  };
-  // Of the left channel: its loudness, and its pitch counted by rising zero crossings.
-  static Heard hear(const std::vector<float>& stereo) {
-    double sum = 0;
-    int rising = 0;
-    const std::size_t frames = stereo.size() / 2;
-    for (std::size_t i = 0; i < frames; ++i) {
-      const double value = stereo[i * 2];
-      sum += value * value;
-      if (i > 0 && stereo[(i - 1) * 2] < 0 && value >= 0) {
-        ++rising;
-      }
-    }
-    return {std::sqrt(sum / static_cast<double>(frames)), rising * sampleRate / static_cast<double>(frames)};
+  static korvalen::testing::Heard hear(const std::vector<float>& stereo) {
+    return korvalen::testing::hear(stereo, sampleRate);
   }
 
   // lavfi's sine has an amplitude of 1/8; mono spreads over both channels 3 dB down.
