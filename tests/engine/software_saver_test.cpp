@@ -309,6 +309,25 @@ TEST_F(SoftwareSaverTest, TheSoundFollowsThePlanTheGuardAndTheStop) {
   }
 }
 
+// A stop the moment the saver starts (XScreenSaver's SIGTERM can come that soon): loads
+// still under way land in a loop that is going away, attach no sound to a stopped video, and
+// each view says it stopped once. The sanitizer build watches the hand-off as it happens.
+TEST_F(SoftwareSaverTest, TornDownWhileItsVideoLoadsLeavesNothingBehind) {
+  auto device = std::make_shared<korvalen::testing::ListeningDevice>();
+  auto plan = planWith(video("tone.mp4"));
+  plan.sound = true;
+  for (int round = 0; round < 20; ++round) {
+    start(plan, {64, 48}, false, device);
+    saver_->loop().setLive(true);  // as on the desktop: loads are not waited for
+    controller_->stopAnimation();
+    controller_.reset();
+    saver_.reset();
+    EXPECT_TRUE(device->sources.empty()) << round;
+  }
+  const auto all = lines();
+  EXPECT_EQ(std::count(all.begin(), all.end(), "stopped: stopAnimation"), 20);
+}
+
 TEST_F(SoftwareSaverTest, AFlashingGifIsFrozenAndACalmOneAnimates) {
   start(planWith(SaverContent(WallpaperKind::image, file("flashing.gif"), std::nullopt, FitMode::stretch)), {32, 32});
   const auto first = at(0.0);

@@ -243,7 +243,10 @@ class SoftwareVideo final : public saver::VideoWallpaper, public std::enable_sha
       } else {
         result = std::unexpected(opened.error());
       }
-      loop.finishWork([self, decoder, sound, result, done = std::move(done)] {
+      // Everything goes to the loop: once posted, this thread owns nothing that could outlive
+      // the view (a decoder's own thread, joined on destruction, least of all).
+      loop.finishWork([self, decoder = std::move(decoder), sound = std::move(sound), result = std::move(result),
+                       done = std::move(done)] {
         if (auto video = self.lock(); video && decoder) {
           video->decoder_ = decoder;
           video->takeFrame(true);  // the first frame shows at once, playing or held
@@ -573,11 +576,11 @@ void SaverLoop::beginWork() {
 }
 
 void SaverLoop::finishWork(std::function<void()> task) {
-  {
-    std::lock_guard lock(mutex_);
-    posted_.push_back(std::move(task));
-    --working_;
-  }
+  // Notified under the lock: the moment it is released, the loop may run the task and be
+  // destroyed, so the calling thread must not touch it afterwards.
+  std::lock_guard lock(mutex_);
+  posted_.push_back(std::move(task));
+  --working_;
   changed_.notify_all();
 }
 
