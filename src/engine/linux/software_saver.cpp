@@ -137,6 +137,8 @@ class KeyBuilder {
       key_ = (key_ ^ byte) * 1099511628211ULL;
     }
   }
+  // Which object it is, by address: the same layer or picture as last time.
+  void addIdentity(const void* object) { add(reinterpret_cast<std::uintptr_t>(object)); }
   [[nodiscard]] std::uint64_t key() const { return key_; }
 
  private:
@@ -144,7 +146,7 @@ class KeyBuilder {
 };
 
 void addLayer(KeyBuilder& key, const SoftwareLayer& layer, double time, double parentTime) {
-  key.add(&layer);
+  key.addIdentity(&layer);
   key.add(layer.hidden);
   if (layer.hidden) {
     return;
@@ -164,7 +166,7 @@ void addLayer(KeyBuilder& key, const SoftwareLayer& layer, double time, double p
   }
   if (layer.content) {
     const Picture* picture = layer.content(localTime);
-    key.add(picture);
+    key.addIdentity(picture);
     // Unnumbered pictures are taken to change every time.
     key.add(picture != nullptr ? (picture->serial != 0 ? picture->serial : Picture::freshSerial()) : 0);
   }
