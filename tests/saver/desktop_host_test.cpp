@@ -17,6 +17,8 @@
 #include <X11/keysym.h>
 #include <signal.h>
 
+#include "saver/linux/x11_monitors.hpp"  // includes Xlib too
+
 #include <array>
 #include <chrono>
 #include <cmath>
@@ -558,6 +560,16 @@ TEST_F(Desktop, WithoutADisplayTheDemoKeepsAVideoOfTheSaverAndWritesOverNothing)
     return sum / static_cast<int>(pixels.size());
   };
   EXPECT_GT(brightness(early), 40) << "the clip, not a black screen";
+}
+
+// Xvfb names its one output "screen", so a laptop's panel is only seen by its name.
+TEST(BuiltInPanels, AreKnownByTheirConnectorNames) {
+  for (const auto* panel : {"eDP-1", "eDP1", "EDP-2", "LVDS-1", "LVDS1", "lvds", "DSI-1", "DSI1"}) {
+    EXPECT_TRUE(isBuiltInOutput(panel)) << panel;
+  }
+  for (const auto* other : {"HDMI-1", "DP-1", "DisplayPort-0", "DVI-D-1", "VGA-1", "screen", "", "eD", "xeDP-1"}) {
+    EXPECT_FALSE(isBuiltInOutput(other)) << other;
+  }
 }
 
 TEST(WindowIDs, AsXScreenSaverAndXwininfoWriteThem) {

@@ -25,15 +25,6 @@ struct CrtcFreer {
   void operator()(XRRCrtcInfo* info) const { XRRFreeCrtcInfo(info); }
 };
 
-// Laptop panels by their connector names, as the kernel's drivers give them.
-bool isBuiltIn(std::string_view name) {
-  static constexpr std::array<std::string_view, 3> panels{"edp", "lvds", "dsi"};
-  std::string lower(name.substr(0, 4));
-  std::transform(lower.begin(), lower.end(), lower.begin(),
-                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  return std::any_of(panels.begin(), panels.end(), [&](std::string_view panel) { return lower.starts_with(panel); });
-}
-
 ScreenIdentity::EdidNumbers edidOf(Display* display, RROutput output) {
   const Atom edid = XInternAtom(display, "EDID", True);
   if (edid == None) {
@@ -57,6 +48,14 @@ ScreenIdentity::EdidNumbers edidOf(Display* display, RROutput output) {
 }
 
 }  // namespace
+
+bool isBuiltInOutput(std::string_view name) {
+  static constexpr std::array<std::string_view, 3> panels{"edp", "lvds", "dsi"};
+  std::string lower(name.substr(0, 4));
+  std::transform(lower.begin(), lower.end(), lower.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  return std::any_of(panels.begin(), panels.end(), [&](std::string_view panel) { return lower.starts_with(panel); });
+}
 
 std::vector<Monitor> monitorsOf(Display* display) {
   int eventBase = 0;
@@ -85,8 +84,9 @@ std::vector<Monitor> monitorsOf(Display* display) {
                       crtc->x,     crtc->y,
                       crtc->width, crtc->height,
                       {}};
-      facts.push_back(ScreenIdentity::Display{edidOf(display, output), isBuiltIn(monitor.output), number, std::nullopt,
-                                              static_cast<double>(monitor.width), static_cast<double>(monitor.height)});
+      facts.push_back(ScreenIdentity::Display{edidOf(display, output), isBuiltInOutput(monitor.output), number,
+                                              std::nullopt, static_cast<double>(monitor.width),
+                                              static_cast<double>(monitor.height)});
       monitors.push_back(std::move(monitor));
     }
     if (monitors.size() == before) {

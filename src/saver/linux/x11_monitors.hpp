@@ -8,9 +8,14 @@
 
 #include <X11/Xlib.h>
 
+#include <string_view>
 #include <vector>
 
 namespace korvalen::host {
+
+// Whether a RandR output is a laptop's own panel, by the connector names the kernel's drivers
+// give those ("eDP-1", "LVDS1", "DSI-1"), in any case.
+bool isBuiltInOutput(std::string_view name);
 
 // Every monitor, screen by screen; a screen RandR says nothing about counts as one monitor.
 std::vector<Monitor> monitorsOf(Display* display);
