@@ -278,8 +278,7 @@ TEST_F(SoftwareSaverTest, TheSoundFollowsThePlanTheGuardAndTheStop) {
       {"paused by the flash guard", "flashtone.mp4", true, 1, 1, false, true, 0},
       {"flashing, unguarded", "flashtone.mp4", true, 1, 1, false, false, 1},
   };
-  // lavfi's sine has an amplitude of 1/8; mono spreads over both channels 3 dB down.
-  constexpr double toneRms = 0.125 / 2;
+  constexpr double toneRms = korvalen::testing::lavfiSineRms;
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     auto content = video(c.file);
@@ -294,7 +293,7 @@ TEST_F(SoftwareSaverTest, TheSoundFollowsThePlanTheGuardAndTheStop) {
     at(3.0);                                                      // well past the guard's verdict on the flashes
     std::this_thread::sleep_for(std::chrono::milliseconds(150));  // time to decode ahead
     device->listen(0.1);
-    const auto heard = korvalen::testing::hear(device->listen(0.4), device->sampleRate());
+    const auto heard = korvalen::testing::hear(device->listen(0.4));
     if (c.loudness > 0) {
       EXPECT_NEAR(heard.rms, c.loudness * toneRms, 0.1 * toneRms);
       EXPECT_NEAR(heard.hertz, c.hertz, 8);

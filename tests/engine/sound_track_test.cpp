@@ -19,7 +19,9 @@ namespace korvalen::engine {
 namespace {
 
 namespace fs = std::filesystem;
-constexpr int sampleRate = 48000;
+using korvalen::testing::hear;
+constexpr int sampleRate = korvalen::testing::deviceRate;
+constexpr double toneRms = korvalen::testing::lavfiSineRms;
 
 class SoundTrackTest : public ::testing::Test {
  protected:
@@ -45,23 +47,13 @@ class SoundTrackTest : public ::testing::Test {
     return track ? *track : nullptr;
   }
 
-  // `seconds` of what the device would play, in chunks as a device asks for them.
-  static std::vector<float> pull(SoundTrack& track, double seconds) {
-    std::vector<float> all(static_cast<std::size_t>(seconds * sampleRate) * 2, 0.0F);
-    for (std::size_t at = 0; at < all.size(); at += 2048) {
-      const auto count = std::min<std::size_t>(2048, all.size() - at);
-      track.mixInto(std::span(all).subspan(at, count));
-      std::this_thread::sleep_for(std::chrono::microseconds(200));
-    }
-    return all;
+  // `seconds` of what a device playing only this track would get.
+  static std::vector<float> pull(const std::shared_ptr<SoundTrack>& track, double seconds) {
+    korvalen::testing::ListeningDevice device;
+    device.add(track);
+    return device.listen(seconds);
   }
 
-  static korvalen::testing::Heard hear(const std::vector<float>& stereo) {
-    return korvalen::testing::hear(stereo, sampleRate);
-  }
-
-  // lavfi's sine has an amplitude of 1/8; mono spreads over both channels 3 dB down.
-  static constexpr double toneRms = 0.125 / 2;
   static std::unique_ptr<korvalen::testing::TempFolder> media_;
 };
 
@@ -70,25 +62,25 @@ std::unique_ptr<korvalen::testing::TempFolder> SoundTrackTest::media_;
 TEST_F(SoundTrackTest, PlaysAtItsLevelAndKeepsCount) {
   auto track = open();
   track->setLevel(0.5);
-  EXPECT_EQ(hear(pull(*track, 0.2)).rms, 0) << "paused until played";
+  EXPECT_EQ(hear(pull(track, 0.2)).rms, 0) << "paused until played";
   EXPECT_EQ(track->position(), 0);
   track->play();
-  pull(*track, 0.1);  // past the encoder's first, softer frame
-  const auto heard = hear(pull(*track, 0.4));
+  pull(track, 0.1);  // past the encoder's first, softer frame
+  const auto heard = hear(pull(track, 0.4));
   EXPECT_NEAR(heard.rms, 0.5 * toneRms, 0.1 * toneRms);
   EXPECT_NEAR(heard.hertz, 440, 6);
   EXPECT_NEAR(track->position(), 0.5, 1e-9);
   track->setLevel(0);
-  EXPECT_EQ(hear(pull(*track, 0.1)).rms, 0);
+  EXPECT_EQ(hear(pull(track, 0.1)).rms, 0);
   EXPECT_NEAR(track->position(), 0.6, 1e-9) << "silent, but it keeps time";
   track->setLevel(7);
-  EXPECT_NEAR(hear(pull(*track, 0.2)).rms, toneRms, 0.1 * toneRms) << "a level above 1 is 1";
+  EXPECT_NEAR(hear(pull(track, 0.2)).rms, toneRms, 0.1 * toneRms) << "a level above 1 is 1";
   track->pause();
-  EXPECT_EQ(hear(pull(*track, 0.1)).rms, 0);
+  EXPECT_EQ(hear(pull(track, 0.1)).rms, 0);
   EXPECT_NEAR(track->position(), 0.8, 1e-9);
   track->stop();
   track->play();
-  EXPECT_EQ(hear(pull(*track, 0.1)).rms, 0) << "a stopped track stays silent";
+  EXPECT_EQ(hear(pull(track, 0.1)).rms, 0) << "a stopped track stays silent";
 }
 
 TEST_F(SoundTrackTest, HalfRatePlaysAnOctaveLowerAndTakesTwiceAsLong) {
@@ -96,8 +88,8 @@ TEST_F(SoundTrackTest, HalfRatePlaysAnOctaveLowerAndTakesTwiceAsLong) {
   track->setLevel(1);
   track->setRate(0.5);
   track->play();
-  pull(*track, 0.1);
-  const auto heard = hear(pull(*track, 0.5));
+  pull(track, 0.1);
+  const auto heard = hear(pull(track, 0.5));
   EXPECT_NEAR(heard.hertz, 220, 4);
   EXPECT_NEAR(heard.rms, toneRms, 0.1 * toneRms);
   EXPECT_NEAR(track->position(), 0.3, 1e-9);
@@ -107,20 +99,20 @@ TEST_F(SoundTrackTest, FollowsThePictureWhenItDriftsAndLoopsTheStretch) {
   auto track = open();
   track->setLevel(1);
   track->play();
-  pull(*track, 0.1);
+  pull(track, 0.1);
   track->follow(0.25);  // within a fifth of a second: left alone
   EXPECT_NEAR(track->position(), 0.1, 1e-9);
   track->follow(2.2);
   EXPECT_EQ(track->position(), 2.2);
   std::this_thread::sleep_for(std::chrono::milliseconds(150));
-  EXPECT_NEAR(hear(pull(*track, 0.3)).hertz, 880, 8) << "the jump lands in the second tone";
+  EXPECT_NEAR(hear(pull(track, 0.3)).hertz, 880, 8) << "the jump lands in the second tone";
 
   // A stretch from 1.5 s to 2.5 s: half a second of each tone, then round again.
   auto looped = open(1.5, 2.5);
   looped->setLevel(1);
   looped->play();
-  const auto first = pull(*looped, 1.0);
-  const auto again = pull(*looped, 0.45);
+  const auto first = pull(looped, 1.0);
+  const auto again = pull(looped, 0.45);
   const auto half = first.size() / 2;
   EXPECT_NEAR(hear({first.begin() + 4800, first.begin() + static_cast<std::ptrdiff_t>(half) - 4800}).hertz, 440, 10);
   EXPECT_NEAR(hear({first.begin() + static_cast<std::ptrdiff_t>(half) + 4800, first.end() - 4800}).hertz, 880, 10);

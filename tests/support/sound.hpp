@@ -9,6 +9,11 @@
 
 namespace korvalen::testing {
 
+// The rate the listening device plays at, as the desktop host's does.
+constexpr int deviceRate = 48000;
+// lavfi's sine has an amplitude of 1/8; mono spreads over both channels 3 dB down.
+constexpr double lavfiSineRms = 0.125 / 2;
+
 struct Heard {
   double rms = 0;
   double hertz = 0;
@@ -16,13 +21,13 @@ struct Heard {
 
 // Of the left channel of interleaved stereo at `sampleRate`: its loudness, and its pitch
 // counted by rising zero crossings.
-Heard hear(const std::vector<float>& stereo, int sampleRate);
+Heard hear(const std::vector<float>& stereo, int sampleRate = deviceRate);
 
 // Mixes what it has been given into one stream when asked, as a host's audio device
 // would; for tests, mixed on the caller's thread.
 class ListeningDevice final : public engine::SoundOutput {
  public:
-  [[nodiscard]] int sampleRate() const override { return 48000; }
+  [[nodiscard]] int sampleRate() const override { return deviceRate; }
   void add(const std::shared_ptr<engine::SoundSource>& source) override { sources.push_back(source); }
   void remove(const engine::SoundSource& source) override;
   // `seconds` of what would be played, pulled in chunks of a device's size with a pause
