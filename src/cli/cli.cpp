@@ -34,6 +34,7 @@ int run(const std::vector<std::string>& arguments, Context& context) {
   addFlashCommands(app, context, action);
   addPolicyCommands(app, context, action);
   addMediaCommands(app, context, action);
+  addLibraryCommands(app, context, action);
   addPingPongCommands(app, context, action);
   addSaverCommand(app, context, action);
   addDemoCommand(app, context, action);

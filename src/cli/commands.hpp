@@ -4,6 +4,7 @@
 #include "cli/cli.hpp"
 #include "core/app/settings.hpp"
 #include "core/library/playlist_scheduler.hpp"
+#include "core/library/wallpaper_library.hpp"
 #include "core/rendering/video_fit.hpp"
 #include "core/screensaver/saver_plan.hpp"
 #include "engine/flash_check.hpp"
@@ -28,6 +29,11 @@ void addSettingsCommands(CLI::App& app, Context& context, Action& action);
 void addFlashCommands(CLI::App& app, Context& context, Action& action);
 void addPolicyCommands(CLI::App& app, Context& context, Action& action);
 void addMediaCommands(CLI::App& app, Context& context, Action& action);
+void addLibraryCommands(CLI::App& app, Context& context, Action& action);
+// The library as `korvalen library` commands read it (a file that cannot be read is a
+// `Failure`), and one of its items by id (a missing one is a `Failure` naming it).
+WallpaperLibrary readLibrary(Context& context);
+const LibraryItem& libraryItem(const WallpaperLibrary& library, const std::string& id);
 void addSaverCommand(CLI::App& app, Context& context, Action& action);
 // XScreenSaver's single-dash spellings ("-root", "-window-id") of the saver's options.
 std::vector<std::string> withLongOptions(std::vector<std::string> arguments);

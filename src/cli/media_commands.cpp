@@ -1,19 +1,16 @@
-// `korvalen transitions list|frame|render`, `korvalen library check` and `korvalen redact`.
+// `korvalen transitions list|frame|render` and `korvalen redact`.
 #include "cli/arguments.hpp"
 #include "cli/commands.hpp"
 #include "core/diagnostics/redact.hpp"
-#include "core/library/library_rules.hpp"
 #include "core/rendering/transitions.hpp"
 #include "core/support/atomic_file.hpp"
 #include "engine/compositor.hpp"
 #include "engine/ffmpeg_file.hpp"
-#include "engine/file_hash.hpp"
 #include "engine/frame_writer.hpp"
 #include "engine/process.hpp"
 
 #include <fmt/format.h>
 
-#include <sys/stat.h>
 #include <istream>
 #include <iterator>
 #include <ostream>
@@ -74,17 +71,6 @@ int render(const std::string& id, const Size& size, double seconds, double fps, 
                              formatNumber(fps));
   return ok;
 }
-
-struct Checked {
-  std::string path;
-  WallpaperKind kind = WallpaperKind::none;
-  bool entersLibrary = true;
-  std::string title;
-  std::vector<std::string> storage;
-  std::optional<FitMode> fit;
-  ImportOutcome outcome;
-  std::optional<std::string> sha256;
-};
 
 }  // namespace
 
@@ -162,108 +148,6 @@ void addMediaCommands(CLI::App& app, Context& context, Action& action) {
         return render(options->id, size, parseInRange(options->seconds, "--seconds", 0.1, 60),
                       parseInRange(options->fps, "--fps", 1, 120), options->out, locateFfmpeg(options->ffmpeg, context),
                       context);
-      };
-    });
-  }
-
-  {
-    struct Options {
-      std::vector<std::string> paths;
-      std::string library, size;
-      bool asJson = false;
-    };
-    auto options = std::make_shared<Options>();
-    auto* library = app.add_subcommand("library", "The wallpaper library's rules");
-    auto* check = library->add_subcommand("check", "What importing these files or folders would do");
-    check->add_option("paths", options->paths, "Files or folders")->required();
-    check->add_option("--library", options->library, "A library.json whose items count as already held");
-    check->add_option("--size", options->size, "WIDTHxHEIGHT of the picture, for the default fit");
-    check->add_flag("--json", options->asJson, "Machine-readable output");
-    check->callback([&context, &action, options] {
-      action = [&context, options] {
-        std::vector<LibraryRules::Held> held;
-        if (!options->library.empty()) {
-          const auto parsed = readJsonFile(options->library);
-          const json::Json* items = parsed && parsed->is_array()                                 ? &*parsed
-                                    : parsed && parsed->is_object() && parsed->contains("items") ? &(*parsed)["items"]
-                                                                                                 : nullptr;
-          if (items == nullptr || !items->is_array()) {
-            throw Failure(fmt::format("{} is not a library: expected a list of items", options->library));
-          }
-          for (std::size_t i = 0; i < items->size(); ++i) {
-            auto item = json::decode<LibraryItem>((*items)[i]);
-            if (item) {
-              held.push_back({item->id, item->sha256});
-            } else {
-              context.err << fmt::format("note: {} item {} skipped: {}\n", options->library, i,
-                                         item.error().describe());
-            }
-          }
-        }
-        std::optional<Size> size;
-        if (!options->size.empty()) {
-          size = parseSize(options->size, "--size");
-        }
-        json::Json report = json::Json::array();
-        for (const auto& path : options->paths) {
-          std::error_code error;
-          const auto status = std::filesystem::status(path, error);
-          const bool exists = std::filesystem::exists(status);
-          const bool isFolder = std::filesystem::is_directory(status);
-          const bool executable = exists && !isFolder && (static_cast<unsigned>(status.permissions()) & 0111U) != 0;
-          const auto file = isFolder ? (std::filesystem::path(path) / "index.html").string() : path;
-          const bool hasIndex = isFolder && std::filesystem::is_regular_file(file, error);
-          Checked checked;
-          checked.path = path;
-          checked.kind = LibraryRules::kindOf(file);
-          checked.entersLibrary = LibraryRules::entersLibrary(path, executable);
-          checked.title = LibraryRules::titleFor(path, isFolder, std::nullopt);
-          checked.storage = LibraryRules::relativePathFor("NEW-ID", path, isFolder);
-          if (size) {
-            checked.fit = LibraryRules::defaultFit(size->width, size->height);
-          }
-          if (exists && (!isFolder || hasIndex)) {
-            if (auto hash = engine::sha256OfFile(file)) {
-              checked.sha256 = *hash;
-            }
-          }
-          checked.outcome = LibraryRules::decideImport(exists, isFolder, hasIndex, file, checked.sha256, held);
-          std::string decision;
-          switch (checked.outcome.kind) {
-            case ImportOutcome::Kind::rejected:
-              decision = "rejected: " + checked.outcome.detail;
-              break;
-            case ImportOutcome::Kind::duplicate:
-              decision = "duplicate of " + checked.outcome.detail;
-              break;
-            case ImportOutcome::Kind::imported:
-              decision = "would be imported";
-              break;
-          }
-          if (!checked.entersLibrary) {
-            decision = "refused: not something the library may hold";
-          }
-          if (options->asJson) {
-            json::Json entry = json::Json::object();
-            entry["path"] = path;
-            entry["kind"] = std::string(toString(checked.kind));
-            entry["entersLibrary"] = checked.entersLibrary;
-            entry["title"] = checked.title;
-            entry["relativePath"] = checked.storage;
-            entry["defaultFit"] = checked.fit ? json::Json(std::string(toString(*checked.fit))) : json::Json(nullptr);
-            entry["sha256"] = checked.sha256 ? json::Json(*checked.sha256) : json::Json(nullptr);
-            entry["decision"] = decision;
-            report.push_back(entry);
-            continue;
-          }
-          context.out << fmt::format("{}\n  kind {}, title \"{}\", stored as {}{}\n  {}\n", path,
-                                     toString(checked.kind), checked.title, fmt::join(checked.storage, "/"),
-                                     checked.fit ? fmt::format(", fit {}", toString(*checked.fit)) : "", decision);
-        }
-        if (options->asJson) {
-          context.out << json::pretty(report);
-        }
-        return ok;
       };
     });
   }

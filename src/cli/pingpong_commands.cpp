@@ -3,6 +3,7 @@
 // built copies.
 #include "cli/arguments.hpp"
 #include "cli/commands.hpp"
+#include "cli/interrupts.hpp"
 #include "core/library/ping_pong.hpp"
 #include "core/support/paths.hpp"
 #include "engine/file_hash.hpp"
@@ -21,29 +22,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using engine::PingPongBuilder;
-
-// Set by Ctrl-C while a build runs; a lock-free atomic is safe to touch from the handler.
-std::atomic<bool> interrupted{false};
-static_assert(std::atomic<bool>::is_always_lock_free);
-
-// While alive, Ctrl-C asks the build to stop instead of ending the process, so that ffmpeg is
-// stopped and the intermediate files are removed.
-class InterruptCatcher {
- public:
-  InterruptCatcher() {
-    interrupted = false;
-    struct sigaction action {};
-    action.sa_handler = [](int) { interrupted = true; };
-    sigemptyset(&action.sa_mask);
-    ::sigaction(SIGINT, &action, &previous_);
-  }
-  ~InterruptCatcher() { ::sigaction(SIGINT, &previous_, nullptr); }
-  InterruptCatcher(const InterruptCatcher&) = delete;
-  InterruptCatcher& operator=(const InterruptCatcher&) = delete;
-
- private:
-  struct sigaction previous_ {};
-};
 
 std::int64_t parseBudget(const std::string& text, std::string_view argument, std::int64_t least) {
   const auto bytes = parseInteger(text, argument);

@@ -187,15 +187,17 @@ void addPlanCommands(CLI::App& app, Context& context, Action& action) {
     struct PutOptions {
       PlanLocation location;
       Target target;
-      std::string kind, path, fit = "fill", crop, trim, sharpen, still, title;
+      std::string kind, path, fit, crop, trim, sharpen, still, title, item;
       bool mirrorH = false, mirrorV = false, held = false;
     };
     auto options = std::make_shared<PutOptions>();
     auto* put = group->add_subcommand("put", "Set the content of a screen, of all screens (shared) or the chosen one");
     addPlanOption(*put, options->location);
     options->target.add(*put);
-    put->add_option("--kind", options->kind, "none, solid, image, video or web")->required();
-    put->add_option("--path", options->path, "The media file (or page) to show")->required();
+    put->add_option("--item", options->item,
+                    "A library item: its file, fit, crop, trim and mirroring (instead of --kind and --path)");
+    put->add_option("--kind", options->kind, "none, solid, image, video or web");
+    put->add_option("--path", options->path, "The media file (or page) to show");
     put->add_option("--fit", options->fit, "fill, fit, stretch or center (default fill)");
     put->add_option("--crop", options->crop, "X,Y,W,H as fractions of the frame");
     put->add_flag("--mirror-h", options->mirrorH, "Mirror left-right");
@@ -212,22 +214,41 @@ void addPlanCommands(CLI::App& app, Context& context, Action& action) {
         requireText(o.title, "--title");
         requireText(o.still, "--still");
         requireText(o.target.screen, "--screen");
-        if (o.path.empty()) {
-          throw UsageError("--path: expected a file path, got \"\"");
+        const auto title = o.title.empty() ? std::nullopt : std::optional<std::string>(o.title);
+        std::optional<SaverContent> made;
+        if (!o.item.empty()) {
+          if (!o.kind.empty() || !o.path.empty() || !o.fit.empty() || !o.crop.empty() || !o.trim.empty() || o.mirrorH ||
+              o.mirrorV) {
+            throw UsageError(
+                "--item: the item brings its own kind, path, fit, crop, trim and mirroring; change them with "
+                "korvalen library set");
+          }
+          const auto library = readLibrary(context);
+          const auto& item = libraryItem(library, o.item);
+          made =
+              SaverContent::from(library.contentOf(item), o.target.screen, title.value_or(item.title), 0, std::nullopt);
+          // What the library knows to flash is shown frozen, never played.
+          if (item.knownToFlash()) {
+            made->held = true;
+          }
+        } else {
+          if (o.kind.empty() || o.path.empty()) {
+            throw UsageError("--kind and --path: both are needed, or --item with a library item's id");
+          }
+          made = SaverContent(parseKind(o.kind, "--kind"), std::filesystem::absolute(o.path).lexically_normal(), title,
+                              parseFit(o.fit.empty() ? "fill" : o.fit, "--fit"));
+          if (!o.crop.empty()) {
+            made->crop = parseCrop(o.crop, "--crop");
+          }
+          made->mirrorHorizontal = o.mirrorH;
+          made->mirrorVertical = o.mirrorV;
+          if (!o.trim.empty()) {
+            const auto trim = parseTrim(o.trim, "--trim");
+            made->trimStart = trim.start;
+            made->trimEnd = trim.end;
+          }
         }
-        SaverContent content(parseKind(o.kind, "--kind"), std::filesystem::absolute(o.path).lexically_normal(),
-                             o.title.empty() ? std::nullopt : std::optional<std::string>(o.title),
-                             parseFit(o.fit, "--fit"));
-        if (!o.crop.empty()) {
-          content.crop = parseCrop(o.crop, "--crop");
-        }
-        content.mirrorHorizontal = o.mirrorH;
-        content.mirrorVertical = o.mirrorV;
-        if (!o.trim.empty()) {
-          const auto trim = parseTrim(o.trim, "--trim");
-          content.trimStart = trim.start;
-          content.trimEnd = trim.end;
-        }
+        auto& content = *made;
         if (!o.sharpen.empty()) {
           content.sharpen = parseInRange(o.sharpen, "--sharpen", 0, 10);
         }

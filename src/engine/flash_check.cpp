@@ -9,11 +9,15 @@
 namespace korvalen::engine {
 
 std::expected<FlashReport, std::string> checkForFlashes(const std::filesystem::path& file, const FlashCheck& check,
-                                                        const std::function<void(std::int64_t, double)>& progress) {
+                                                        const std::function<void(std::int64_t, double)>& progress,
+                                                        const std::function<bool(const DecodedFrame&)>& observe) {
   const auto started = std::chrono::steady_clock::now();
   DecoderOptions options;
   // Only the measured part of each frame is converted, at its own size.
   options.region = FitRect{check.region.x, check.region.y, check.region.width, check.region.height};
+  // The decoder samples every Nth pixel as it converts, so nothing unmeasured is converted.
+  options.step = check.step;
+  options.sampleBudget = check.sampleBudget;
   auto decoder = MediaDecoder::open(file, options);
   if (!decoder) {
     return std::unexpected(decoder.error());
@@ -34,8 +38,7 @@ std::expected<FlashReport, std::string> checkForFlashes(const std::filesystem::p
     if (!*more) {
       break;
     }
-    const double luminance =
-        FlashAnalyzer::meanLuminance(frame.pixels, frame.width, frame.height, frame.stride(), check.step);
+    const double luminance = FlashAnalyzer::meanLuminance(frame.pixels, frame.width, frame.height, frame.stride(), 1);
     const double at = frame.seconds / check.rate;
     luminances.push_back(luminance);
     delays.push_back(frame.duration);
@@ -43,6 +46,9 @@ std::expected<FlashReport, std::string> checkForFlashes(const std::filesystem::p
       report.firstViolationSeconds = at;
     }
     ++report.frames;
+    if (observe && !observe(frame)) {
+      return std::unexpected(std::string(cancelledText));
+    }
     if (progress) {
       progress(report.frames, frame.seconds);
     }

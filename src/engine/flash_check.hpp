@@ -12,6 +12,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace korvalen::engine {
 
@@ -19,7 +20,16 @@ struct FlashCheck {
   CropRect region = CropRect::wholeFrame();
   std::int64_t step = 1;  // every Nth pixel of every Nth row
   double rate = 1;        // playback speed
+  // At most about this many pixels a frame (0: no bound); the screensaver's guard samples
+  // 65536 of what it shows.
+  std::int64_t sampleBudget = 0;
 };
+
+// The saver's own sampling of a shown picture, for a verdict that matches what its guard
+// would see.
+inline constexpr std::int64_t guardSampleBudget = 65536;
+
+struct DecodedFrame;
 
 struct FlashReport {
   std::string kind;  // "video", "animation" or "still"
@@ -32,9 +42,14 @@ struct FlashReport {
   double seconds = 0;  // wall time of the analysis
 };
 
-// `progress` hears (frames so far, media seconds reached).
+// `progress` hears (frames so far, media seconds reached). `observe` sees every measured
+// frame (sampled as the check samples it) and may stop the check by returning false, which
+// is then the error `cancelledText`.
 [[nodiscard]] std::expected<FlashReport, std::string> checkForFlashes(
     const std::filesystem::path& file, const FlashCheck& check,
-    const std::function<void(std::int64_t, double)>& progress = nullptr);
+    const std::function<void(std::int64_t, double)>& progress = nullptr,
+    const std::function<bool(const DecodedFrame&)>& observe = nullptr);
+
+inline constexpr std::string_view cancelledText = "cancelled";
 
 }  // namespace korvalen::engine

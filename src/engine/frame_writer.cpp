@@ -10,7 +10,7 @@ namespace korvalen::engine {
 
 std::expected<FrameWriter, std::string> FrameWriter::start(const std::filesystem::path& ffmpeg,
                                                            const std::filesystem::path& out, std::int64_t width,
-                                                           std::int64_t height, double fps) {
+                                                           std::int64_t height, double fps, const std::string& filter) {
   const auto name = out.string();
   std::vector<std::string> arguments{"-v",
                                      "error",
@@ -27,6 +27,16 @@ std::expected<FrameWriter, std::string> FrameWriter::start(const std::filesystem
                                      "-"};
   if (name.ends_with(".gif")) {
     arguments.insert(arguments.end(), {"-vf", "split[a][b];[a]palettegen[p];[b][p]paletteuse"});
+    arguments.push_back(ffmpegFile(out));
+  } else if (name.ends_with(".jpg") || name.ends_with(".png")) {
+    // One picture: the first frame written.
+    if (!filter.empty()) {
+      arguments.insert(arguments.end(), {"-vf", filter});
+    }
+    arguments.insert(arguments.end(), {"-frames:v", "1", "-update", "1"});
+    if (name.ends_with(".jpg")) {
+      arguments.insert(arguments.end(), {"-q:v", "3"});
+    }
     arguments.push_back(ffmpegFile(out));
   } else if (name.ends_with(".mp4")) {
     arguments.insert(arguments.end(), {"-c:v", "libx264", "-pix_fmt", "yuv420p", "-preset", "veryfast"});

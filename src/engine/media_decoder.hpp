@@ -28,6 +28,8 @@ struct MediaInfo {
   std::string codec;               // "h264", "gif", "apng", ...
   // A looping picture format (GIF, animated PNG, WebP): judged as a loop, not as a stream.
   bool animatedImage = false;
+  std::optional<double> frameRate;  // frames per second, when the file says
+  bool hasAudio = false;            // a sound track is there
 };
 
 struct DecodedFrame {
@@ -55,6 +57,17 @@ struct DecoderOptions {
   bool loop = false;
   // Frames decoded ahead of the consumer.
   std::size_t queue = 3;
+  // How a frame is scaled to the output size: bilinear for showing; nearest for measuring
+  // (every Nth pixel, as cheap as sampling gets); area for small, clean pictures such as
+  // thumbnails.
+  enum class Sampling { bilinear, nearest, area };
+  Sampling sampling = Sampling::bilinear;
+  // For measuring: every Nth pixel of every Nth row of the region, when no output size is
+  // given (the frame is then the region's size divided by N, rounded up, sampled nearest).
+  std::int64_t step = 1;
+  // For measuring: at most about this many pixels a frame (0: no bound), by a larger step,
+  // as the screensaver's flash guard samples what it shows.
+  std::int64_t sampleBudget = 0;
 };
 
 class MediaDecoder {

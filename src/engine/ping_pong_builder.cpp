@@ -1,5 +1,7 @@
 #include "engine/ping_pong_builder.hpp"
 
+#include "core/support/text.hpp"
+
 #include "core/diagnostics/log.hpp"
 #include "core/support/atomic_file.hpp"
 #include "core/support/json.hpp"
@@ -349,6 +351,31 @@ PingPongBuilder::Result Run::go() {
 }
 
 }  // namespace
+
+std::vector<fs::path> PingPongBuilder::forgetCopies(const fs::path& cacheRoot, std::string_view sourceSha256) {
+  // Copies are named by the hash's first 16 digits (cachePath); the manifest says whose.
+  std::vector<fs::path> deleted;
+  const auto folder = PingPong::cachePath(cacheRoot, sourceSha256, 0, 0).parent_path();
+  const auto prefix = fmt::format("{}-", text::lowercased(sourceSha256.substr(0, 16)));
+  std::error_code error;
+  std::vector<fs::path> copies;
+  for (fs::directory_iterator entries(folder, error), end; !error && entries != end; entries.increment(error)) {
+    const auto name = entries->path().filename().string();
+    if (name.starts_with(prefix) && entries->path().extension() == ".mp4") {
+      copies.push_back(entries->path());
+    }
+  }
+  for (const auto& copy : copies) {
+    const auto manifest = readManifest(copy);
+    if (manifest && !text::equalIgnoringCase(manifest->sourceSha256, sourceSha256)) {
+      continue;  // another content whose hash starts alike
+    }
+    fs::remove(copy, error);
+    fs::remove(manifestURL(copy), error);
+    deleted.push_back(copy);
+  }
+  return deleted;
+}
 
 fs::path PingPongBuilder::manifestURL(const fs::path& built) {
   auto manifest = built;

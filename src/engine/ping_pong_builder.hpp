@@ -88,6 +88,10 @@ class PingPongBuilder {
   static std::vector<std::filesystem::path> trimCache(const std::filesystem::path& cacheRoot,
                                                       std::int64_t budgetBytes = cacheBudgetBytes,
                                                       const std::filesystem::path& keep = {});
+  // Deletes every copy built from content with this SHA-256 (and its manifest), once no
+  // library item holds that content any more. Returns what it deleted.
+  static std::vector<std::filesystem::path> forgetCopies(const std::filesystem::path& cacheRoot,
+                                                         std::string_view sourceSha256);
 };
 
 }  // namespace korvalen::engine

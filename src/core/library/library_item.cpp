@@ -71,6 +71,10 @@ constexpr auto libraryItemFields = [](auto& coder, auto& item) {
   coder.optional("flashedAt", item.flashedAt);
   coder.defaulted("flashPeakPerSecond", item.flashPeakPerSecond);
   coder.defaulted("missing", item.missing);
+  coder.optional("durationSeconds", item.durationSeconds);
+  coder.optional("frameRate", item.frameRate);
+  coder.optional("codec", item.codec);
+  coder.optional("hasAudio", item.hasAudio);
 };
 
 constexpr auto videoMetadataFields = [](auto& coder, auto& metadata) {

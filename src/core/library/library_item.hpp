@@ -57,6 +57,11 @@ struct LibraryItem {
   std::optional<Date> flashedAt;
   std::int64_t flashPeakPerSecond = 0;
   bool missing = false;
+  // What import learned of a video (absent for what it could not tell, and for web pages).
+  std::optional<double> durationSeconds;
+  std::optional<double> frameRate;
+  std::optional<std::string> codec;
+  std::optional<bool> hasAudio;
 
   // The flash guard saw it flash.
   [[nodiscard]] bool knownToFlash() const { return flashedAt.has_value(); }

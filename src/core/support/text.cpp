@@ -1,6 +1,7 @@
 #include "core/support/text.hpp"
 
 #include <unicode/locid.h>
+#include <unicode/normalizer2.h>
 #include <unicode/uchar.h>
 #include <unicode/unistr.h>
 #include <unicode/utf8.h>
@@ -83,6 +84,28 @@ std::string trimSpacesAndTabs(std::string_view text) {
 
 std::string trimWhitespaceAndNewlines(std::string_view text) {
   return trim(text, isWhitespaceOrNewline);
+}
+
+std::string searchKey(std::string_view text) {
+  UErrorCode status = U_ZERO_ERROR;
+  const auto* decomposing = icu::Normalizer2::getNFDInstance(status);
+  icu::UnicodeString decomposed;
+  if (U_SUCCESS(status)) {
+    decomposed = decomposing->normalize(fromUtf8(text), status);
+  }
+  if (U_FAILURE(status)) {
+    decomposed = fromUtf8(text);
+  }
+  icu::UnicodeString kept;
+  for (int32_t at = 0; at < decomposed.length();) {
+    const UChar32 c = decomposed.char32At(at);
+    if (u_charType(c) != U_NON_SPACING_MARK) {
+      kept.append(c);
+    }
+    at = decomposed.moveIndex32(at, 1);
+  }
+  kept.foldCase(U_FOLD_CASE_DEFAULT);
+  return toUtf8(kept);
 }
 
 std::size_t utf16Length(std::string_view text) {

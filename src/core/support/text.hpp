@@ -20,6 +20,10 @@ std::string trimSpacesAndTabs(std::string_view text);
 // Trims white space and line breaks (every separator, U+0009 to U+000D and U+0085).
 std::string trimWhitespaceAndNewlines(std::string_view text);
 
+// A form for searching: accents and other combining marks removed, then case-folded, so
+// "Café" and "CAFE" give the same key. Invalid UTF-8 becomes U+FFFD.
+std::string searchKey(std::string_view text);
+
 // Length in UTF-16 code units, the way user-visible counts are made.
 std::size_t utf16Length(std::string_view text);
 

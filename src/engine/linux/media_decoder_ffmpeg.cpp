@@ -131,6 +131,17 @@ struct MediaDecoder::State {
     return true;
   }
 
+  // The measuring step for a region of this size: the one asked for, or larger to keep
+  // within the sample budget.
+  [[nodiscard]] std::int64_t samplingStep(const Crop& crop) const {
+    std::int64_t step = std::max<std::int64_t>(options.step, 1);
+    if (options.sampleBudget > 0) {
+      const double pixels = static_cast<double>(crop.width) * static_cast<double>(crop.height);
+      step = std::max(step, static_cast<std::int64_t>(std::sqrt(pixels / static_cast<double>(options.sampleBudget))));
+    }
+    return std::min<std::int64_t>(step, std::max(crop.width, crop.height));
+  }
+
   // Converts the decoded frame and queues it; false when the worker is to stop or seek.
   bool deliver(const AVFrame& frame, double seconds, double duration) {
     std::vector<std::uint8_t> pixels;
@@ -148,10 +159,23 @@ struct MediaDecoder::State {
     const auto format = static_cast<AVPixelFormat>(frame.format);
     const auto* layout = av_pix_fmt_desc_get(format);
     const auto crop = cropFor(options.region, frame.width, frame.height, layout);
-    const int width = options.width > 0 ? static_cast<int>(options.width) : crop.width;
-    const int height = options.height > 0 ? static_cast<int>(options.height) : crop.height;
-    // Same size: an unscaled conversion, which swscale does fastest and exactly.
-    const int method = width == crop.width && height == crop.height ? SWS_POINT : SWS_BILINEAR;
+    int width = options.width > 0 ? static_cast<int>(options.width) : crop.width;
+    int height = options.height > 0 ? static_cast<int>(options.height) : crop.height;
+    const auto step = samplingStep(crop);
+    const bool sampled = step > 1 && options.width <= 0 && options.height <= 0;
+    if (sampled) {
+      width = static_cast<int>((crop.width + step - 1) / step);
+      height = static_cast<int>((crop.height + step - 1) / step);
+    }
+    // Same size: an unscaled conversion, which swscale does fastest and exactly. Sampled:
+    // nearest pixels, so each output pixel is one source pixel, as a step reads them.
+    int method = SWS_BILINEAR;
+    if ((width == crop.width && height == crop.height) || sampled ||
+        options.sampling == DecoderOptions::Sampling::nearest) {
+      method = SWS_POINT;
+    } else if (options.sampling == DecoderOptions::Sampling::area) {
+      method = SWS_AREA;
+    }
     scaler.reset(sws_getCachedContext(scaler.release(), crop.width, crop.height, format, width, height, AV_PIX_FMT_BGRA,
                                       method, nullptr, nullptr, nullptr));
     if (!scaler || layout == nullptr) {
@@ -328,6 +352,11 @@ std::expected<std::unique_ptr<MediaDecoder>, std::string> MediaDecoder::open(con
   info.height = stream->codecpar->height;
   info.codec = avcodec_get_name(stream->codecpar->codec_id);
   info.animatedImage = isAnimatedImage(info.codec);
+  if (rate.num > 0 && rate.den > 0 && stream->codecpar->codec_type == AVMEDIA_TYPE_VIDEO &&
+      (stream->disposition & AV_DISPOSITION_ATTACHED_PIC) == 0 && !info.animatedImage) {
+    info.frameRate = av_q2d(rate);
+  }
+  info.hasAudio = av_find_best_stream(state->opened.format.get(), AVMEDIA_TYPE_AUDIO, -1, -1, nullptr, 0) >= 0;
   if (stream->duration != AV_NOPTS_VALUE && stream->duration > 0) {
     info.duration = static_cast<double>(stream->duration) * av_q2d(stream->time_base);
   } else if (state->opened.format->duration != AV_NOPTS_VALUE && state->opened.format->duration > 0) {

@@ -1,0 +1,72 @@
+// Importing files and folders into the library: the library's rules decide what may enter
+// and whether it is a duplicate (by the SHA-256 of its content); the decoder learns a
+// video's size, length, frame rate, codec and sound and measures it for flashes in the same
+// pass that finds its poster frame; the file is cloned into the item's own folder with its
+// thumbnail. An item is added whole or not at all: anything that fails, or Ctrl-C, leaves
+// no item and no file behind.
+//
+// Thread: one at a time (the decoder's threads are its own).
+#pragma once
+
+#include "core/library/wallpaper_library.hpp"
+#include "core/support/iso8601.hpp"
+#include "engine/media_decoder.hpp"
+
+#include <atomic>
+#include <expected>
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace korvalen::engine {
+
+// What a probe of the decoder tells about a file; the error when it will not decode.
+[[nodiscard]] std::expected<MediaInfo, std::string> probeMedia(const std::filesystem::path& file);
+
+struct ImportProgress {
+  std::size_t filesDone = 0;
+  std::size_t filesTotal = 0;
+  std::string current;             // the file being imported
+  std::optional<double> fraction;  // of the current file's check, 0 to 1
+};
+
+struct ImportOptions {
+  std::optional<std::string> title;  // for every file imported (the rules' "given" title)
+  std::filesystem::path ffmpeg;      // writes the thumbnails
+  Date now{};
+  const std::atomic<bool>* stop = nullptr;
+  std::function<void(const ImportProgress&)> progress;
+  // A flashing item was added: the library copy's absolute path, when, and its peak.
+  std::function<void(const std::string&, Date, std::int64_t)> rememberFlashing;
+};
+
+struct ImportLine {
+  enum class Result { imported, duplicate, refused, cancelled };
+  std::string source;  // the path offered
+  Result result = Result::refused;
+  // Refused: the reason; duplicate: the id of the item holding the content.
+  std::string detail;
+  std::optional<LibraryItem> item;  // imported
+};
+
+std::string_view toString(ImportLine::Result result);
+
+struct ImportCandidate {
+  std::filesystem::path path;
+  bool isFolder = false;  // a web page's folder, or a folder that does not exist
+};
+
+// The files and web folders the given paths stand for: a file as it is; a folder with an
+// "index.html" as one web wallpaper; any other folder searched, recursively and in name
+// order, for files and web folders (hidden entries skipped). A path that does not exist
+// stays, for the rules to refuse.
+std::vector<ImportCandidate> gatherCandidates(const std::vector<std::filesystem::path>& paths);
+
+// Imports each candidate into `library`, saving it after each item; one line per
+// candidate, in order. Stops at the first Ctrl-C (`stop`), which is the last line.
+std::vector<ImportLine> importInto(WallpaperLibrary& library, const std::vector<ImportCandidate>& candidates,
+                                   const ImportOptions& options);
+
+}  // namespace korvalen::engine
