@@ -102,6 +102,10 @@ WallpaperLibrary::Loaded WallpaperLibrary::parse(std::string_view text, std::str
     }
     if (why) {
       loaded.dropped.push_back(fmt::format("{} item {}: {}", source, row + 1, *why));
+      // Its id stays taken: once the row is mended it must not meet a newer item of that id.
+      if (rows[row].is_object() && rows[row].contains("id") && rows[row]["id"].is_string()) {
+        library.noteUsed(rows[row]["id"].get<std::string>());
+      }
       library.unreadable_.push_back(rows[row]);
       continue;
     }

@@ -13,6 +13,16 @@ TEST(TextCase, LowerCasingIsUnicodeAndLocaleFree) {
   EXPECT_EQ(text::lowercased(""), "");
 }
 
+TEST(TextCase, SearchKeysDropAccentsAndFoldCase) {
+  EXPECT_EQ(text::searchKey("Café"), text::searchKey("CAFE"));
+  EXPECT_EQ(text::searchKey("Zoë Ångström"), "zoe angstrom");
+  EXPECT_EQ(text::searchKey("Straße"), "strasse");
+  // Letters that are not a base and a mark stay themselves.
+  EXPECT_EQ(text::searchKey("Øresund"), "øresund");
+  EXPECT_NE(text::searchKey("résumé"), text::searchKey("resume2"));
+  EXPECT_EQ(text::searchKey("\xff"), "\ufffd");
+}
+
 TEST(TextCase, EqualityIgnoringCaseUsesFullFolding) {
   EXPECT_TRUE(text::equalIgnoringCase("/Users/Ann/Movies/Clip.MOV", "/users/ann/movies/clip.mov"));
   EXPECT_TRUE(text::equalIgnoringCase("Straße", "STRASSE"));
