@@ -9,6 +9,7 @@
 #include <charconv>
 #include <cmath>
 #include <system_error>
+#include <unordered_set>
 
 namespace korvalen {
 namespace {
@@ -88,6 +89,8 @@ WallpaperLibrary::Loaded WallpaperLibrary::parse(std::string_view text, std::str
   }
   const auto& rows = (*json)["items"];
   library.items_.reserve(rows.size());
+  std::unordered_set<std::string> seen;  // a search per row would make loading quadratic
+  seen.reserve(rows.size());
   for (std::size_t row = 0; row < rows.size(); ++row) {
     auto item = json::decode<LibraryItem>(rows[row]);
     std::optional<std::string> why;
@@ -97,7 +100,7 @@ WallpaperLibrary::Loaded WallpaperLibrary::parse(std::string_view text, std::str
       why = "id: empty";
     } else if (auto unsafe = unsafePath(item->relativePath)) {
       why = std::move(unsafe);
-    } else if (library.find(item->id) != nullptr) {
+    } else if (!seen.insert(item->id).second) {
       why = fmt::format("id: \"{}\" is already used by an earlier item", item->id);
     }
     if (why) {
