@@ -7,11 +7,12 @@ packages=(
   build-essential cmake ninja-build pkg-config git
   clang-format clang-tidy
   nlohmann-json3-dev libicu-dev libhowardhinnant-date-dev tzdata
-  libfmt-dev libcli11-dev libssl-dev
+  libfmt-dev libcli11-dev libssl-dev libsimdjson-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   ffmpeg libavformat-dev libavcodec-dev libavutil-dev libswscale-dev libswresample-dev
   clang-16 libclang-rt-16-dev
   libsdl2-dev libx11-dev libxrandr-dev xvfb x11-apps x11-xserver-utils
+  fonts-dejavu-core
 )
 
 sudo=""

@@ -98,6 +98,48 @@ struct WallpaperContent {
 };
 
 namespace json {
+// The five identity keys are required; any other key may be missing, but a present key of
+// the wrong type fails the item.
+inline constexpr auto libraryItemFields = [](auto& coder, auto& item) {
+  coder.required("id", item.id);
+  coder.required("kind", item.kind);
+  coder.required("relativePath", item.relativePath);
+  coder.required("title", item.title);
+  coder.required("sha256", item.sha256);
+  coder.defaulted("sizeBytes", item.sizeBytes);
+  coder.defaulted("width", item.width);
+  coder.defaulted("height", item.height);
+  coder.defaulted("addedUTC", item.addedUTC);
+  coder.defaulted("source", item.source);
+  coder.optional("sourceURL", item.sourceURL);
+  coder.optional("author", item.author);
+  coder.optional("authorURL", item.authorURL);
+  coder.optional("licence", item.licence);
+  coder.defaulted("tags", item.tags);
+  coder.defaulted("aiGenerated", item.aiGenerated);
+  coder.defaulted("allowNetwork", item.allowNetwork);
+  coder.defaulted("fit", item.fit);
+  coder.optional("crop", item.crop);
+  coder.defaulted("cropByMonitor", item.cropByMonitor);
+  coder.defaulted("mirrorHorizontal", item.mirrorHorizontal);
+  coder.defaulted("mirrorVertical", item.mirrorVertical);
+  coder.defaulted("upscaleEnabled", item.upscaleEnabled);
+  coder.optional("enhanceResampler", item.enhanceResampler);
+  coder.optional("enhanceSharpness", item.enhanceSharpness);
+  coder.optional("transitionID", item.transitionID);
+  coder.defaulted("pingPongEnabled", item.pingPongEnabled);
+  coder.optional("pingPongPath", item.pingPongPath);
+  coder.optional("trimStart", item.trimStart);
+  coder.optional("trimEnd", item.trimEnd);
+  coder.optional("flashedAt", item.flashedAt);
+  coder.defaulted("flashPeakPerSecond", item.flashPeakPerSecond);
+  coder.defaulted("missing", item.missing);
+  coder.optional("durationSeconds", item.durationSeconds);
+  coder.optional("frameRate", item.frameRate);
+  coder.optional("codec", item.codec);
+  coder.optional("hasAudio", item.hasAudio);
+};
+
 template <>
 struct Coding<WallpaperKind> {
   static Json encode(WallpaperKind kind, const Options&) { return std::string(toString(kind)); }

@@ -1,5 +1,7 @@
 #include "core/library/wallpaper_library.hpp"
 
+#include "core/library/library_fast_reader.hpp"
+
 #include "core/support/atomic_file.hpp"
 #include "core/support/text.hpp"
 
@@ -67,9 +69,44 @@ WallpaperLibrary::Loaded WallpaperLibrary::load(const std::filesystem::path& fol
   return loaded;
 }
 
-WallpaperLibrary::Loaded WallpaperLibrary::parse(std::string_view text, std::string_view source) {
+WallpaperLibrary::Loaded WallpaperLibrary::parse(std::string_view text, std::string_view source, Reading reading) {
   Loaded loaded{WallpaperLibrary({}), {}, std::nullopt, false};
   auto& library = loaded.library;
+  // Why a row cannot be taken, beyond its own decoding; `seen` holds the ids taken so far
+  // (a search per row would make loading quadratic).
+  std::unordered_set<std::string> seen;
+  const auto refusal = [&seen](const LibraryItem& item) -> std::optional<std::string> {
+    if (item.id.empty()) {
+      return "id: empty";
+    }
+    if (auto unsafe = unsafePath(item.relativePath)) {
+      return unsafe;
+    }
+    if (seen.contains(item.id)) {
+      return fmt::format("id: \"{}\" is already used by an earlier item", item.id);
+    }
+    return std::nullopt;
+  };
+  const auto readCounter = [&](const json::Json& value) {
+    if (auto number = json::decode<std::int64_t>(value); number && *number > 0) {
+      library.nextNumber_ = *number;
+    }
+  };
+  if (reading == Reading::fast) {
+    auto document = LibraryFastReader::read(
+        text, [&](const LibraryItem& item) { return !refusal(item) && seen.insert(item.id).second; });
+    if (document) {
+      if (document->nextID) {
+        readCounter(*document->nextID);
+      }
+      library.items_ = std::move(document->items);
+      for (const auto& item : library.items_) {
+        library.noteUsed(item.id);
+      }
+      return loaded;
+    }
+    seen.clear();
+  }
   const auto refuse = [&](std::string why) {
     loaded.problem = fmt::format("{} is not a library: {}", source, why);
     library.readOnly_ = true;
@@ -83,25 +120,17 @@ WallpaperLibrary::Loaded WallpaperLibrary::parse(std::string_view text, std::str
     return refuse("expected an object with an \"items\" list");
   }
   if (const auto found = json->find("nextID"); found != json->end()) {
-    if (auto number = json::decode<std::int64_t>(*found); number && *number > 0) {
-      library.nextNumber_ = *number;
-    }
+    readCounter(*found);
   }
   const auto& rows = (*json)["items"];
   library.items_.reserve(rows.size());
-  std::unordered_set<std::string> seen;  // a search per row would make loading quadratic
-  seen.reserve(rows.size());
   for (std::size_t row = 0; row < rows.size(); ++row) {
     auto item = json::decode<LibraryItem>(rows[row]);
     std::optional<std::string> why;
     if (!item) {
       why = item.error().describe();
-    } else if (item->id.empty()) {
-      why = "id: empty";
-    } else if (auto unsafe = unsafePath(item->relativePath)) {
-      why = std::move(unsafe);
-    } else if (!seen.insert(item->id).second) {
-      why = fmt::format("id: \"{}\" is already used by an earlier item", item->id);
+    } else {
+      why = refusal(*item);
     }
     if (why) {
       loaded.dropped.push_back(fmt::format("{} item {}: {}", source, row + 1, *why));
@@ -112,6 +141,7 @@ WallpaperLibrary::Loaded WallpaperLibrary::parse(std::string_view text, std::str
       library.unreadable_.push_back(rows[row]);
       continue;
     }
+    seen.insert(item->id);
     library.noteUsed(item->id);
     library.items_.push_back(std::move(*item));
   }

@@ -36,8 +36,11 @@ class WallpaperLibrary {
   // is an empty library with `problem` set, and must then never be saved over (`save`
   // refuses while `problem` is set).
   static Loaded load(const std::filesystem::path& folder);
-  // The same from the file's text; `source` names the file in messages.
-  static Loaded parse(std::string_view text, std::string_view source);
+  // The same from the file's text; `source` names the file in messages. `plain` skips the
+  // fast reader (which hands back anything it does not read exactly as the plain one), for
+  // checking that the two agree.
+  enum class Reading { fast, plain };
+  static Loaded parse(std::string_view text, std::string_view source, Reading reading = Reading::fast);
 
   // Writes "library.json" atomically; refuses when the library was loaded from a file that
   // could not be read. The error is one line.

@@ -69,6 +69,45 @@ TEST(WallpaperLibrary, AMissingFileIsAnEmptyLibraryThatSavesAndReadsBack) {
   EXPECT_EQ(again.library.serialize(), text);  // byte-identical when nothing changed
 }
 
+// The fast reader takes a library as saved; the plain one must agree on it, and on every
+// text the fast one hands back.
+TEST(WallpaperLibrary, TheFastAndThePlainReaderAgree) {
+  const std::vector<std::string> texts{
+      R"({"items": [], "nextID": 3, "version": 1})",
+      R"({"nextID": 3, "items": [)" + row("1") + "]}",  // keys out of order: plain
+      R"({"items": [{"id": "1", "id": "2", "kind": "video", "relativePath": "a", "sha256": "s", "title": "t"}]})",
+      R"({"items": [{"durationSeconds": 20, "hasAudio": true, "id": "1", "kind": "video", "relativePath": "a",
+                     "sha256": "s", "title": "t", "width": 1.0e3}]})",
+      R"({"items": [{"id": "1", "kind": "video", "relativePath": "a", "sha256": "s", "title": "t",
+                     "width": 18446744073709551615}]})",
+      R"({"items": [{"id": "1", "kind": "video", "relativePath": "a", "sha256": "s", "tags": ["x", 1],
+                     "title": "t"}]})",
+      R"({"items": [)" + row("1") + "," + row("1") + "]}",
+      R"({"items": [{"id": "1", "kind": "video", "relativePath": "a", "sha256": "s", "title": "\ud83c\udf05"}]})",
+      R"({"items": [{"id": "1", "kind": "video", "relativePath": "a", "sha256": "s", "title": "\ud83c"}]})",
+      R"({"items": [], "nextID": "7"})",
+  };
+  for (const auto& text : texts) {
+    const auto fast = WallpaperLibrary::parse(text, "library.json");
+    const auto plain = WallpaperLibrary::parse(text, "library.json", WallpaperLibrary::Reading::plain);
+    EXPECT_EQ(fast.problem, plain.problem) << text;
+    EXPECT_EQ(fast.dropped, plain.dropped) << text;
+    EXPECT_EQ(fast.library.serialize(), plain.library.serialize()) << text;
+  }
+  TempFolder folder;
+  auto library = WallpaperLibrary::load(folder.path()).library;
+  auto full = item(library.nextID());
+  full.crop = CropRect{0.1, 0.2, 0.3, 0.4};
+  full.cropByMonitor["a|1x1"] = CropRect{0, 0, 1, 1};
+  full.tags = {"x", "y"};
+  full.flashedAt = full.addedUTC;
+  full.trimStart = 1.25;
+  full.author = "Zo\u00eb";
+  library.add(full);
+  const auto text = library.serialize();
+  EXPECT_EQ(WallpaperLibrary::parse(text, "library.json").library.serialize(), text);
+}
+
 TEST(WallpaperLibrary, IdsAreNeverGivenTwiceEvenAfterRemovalAndReload) {
   TempFolder folder;
   auto library = WallpaperLibrary::load(folder.path()).library;
