@@ -196,10 +196,15 @@ struct MediaDecoder::State {
       source[static_cast<std::size_t>(plane)] +=
           static_cast<std::ptrdiff_t>(rows) * frame.linesize[plane] + std::max(bytes, 0);
     }
-    pixels.resize(static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * 4);
+    // swscale's vector code writes whole blocks of pixels, past the end of a last row whose
+    // width is not a multiple of 16: it gets room there, and the frame keeps its exact size.
+    const auto bytes = static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * 4;
+    constexpr std::size_t slack = 256;
+    pixels.resize(bytes + slack);
     std::array<std::uint8_t*, 4> target{pixels.data(), nullptr, nullptr, nullptr};
     std::array<int, 4> targetStride{width * 4, 0, 0, 0};
     sws_scale(scaler.get(), source.data(), frame.linesize, 0, crop.height, target.data(), targetStride.data());
+    pixels.resize(bytes);
 
     DecodedFrame made{std::move(pixels), width, height, seconds, duration, index++, pass};
     {
