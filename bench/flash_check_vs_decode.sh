@@ -7,13 +7,12 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 seconds=${1:-20}
 step=${2:-1}
-korvalen=build/release/src/korvalen
-[ -x "$korvalen" ] || { cmake --preset release >/dev/null && cmake --build --preset release --target korvalen; }
 
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
 source bench/cpu_time.sh
+korvalen=$(release_korvalen)
 
 for spec in "1920x1080 $seconds" "3840x2160 $((seconds / 2))"; do
   read -r size length <<<"$spec"

@@ -8,13 +8,12 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 seconds=${1:-20}
 size=${2:-1920x1080}
-korvalen=build/release/src/korvalen
-[ -x "$korvalen" ] || { cmake --preset release >/dev/null && cmake --build --preset release --target korvalen; }
 
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
 source bench/cpu_time.sh
+korvalen=$(release_korvalen)
 
 clip="$work/clip.mp4"
 ffmpeg -v error -f lavfi -i "testsrc2=size=$size:rate=30" -f lavfi -i "sine=duration=$seconds" -t "$seconds" \

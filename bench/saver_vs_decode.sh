@@ -7,12 +7,11 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 seconds=${1:-20}
-korvalen=build/release/src/korvalen
-[ -x "$korvalen" ] || { cmake --preset release >/dev/null && cmake --build --preset release --target korvalen; }
 
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 source bench/cpu_time.sh
+korvalen=$(release_korvalen)
 
 clip="$work/clip.mp4"
 ffmpeg -v error -f lavfi -i "testsrc2=size=1920x1080:rate=30" -t "$seconds" -c:v libx264 -preset veryfast \

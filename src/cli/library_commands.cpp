@@ -17,6 +17,7 @@
 
 #include <sys/stat.h>
 #include <chrono>
+#include <map>
 #include <ostream>
 #include <sstream>
 
@@ -197,6 +198,27 @@ std::optional<std::string> optionalText(const std::string& value, std::string_vi
   return value.empty() ? std::nullopt : std::optional<std::string>(value);
 }
 
+// The settable fields that are an optional text, and those that are true or false.
+using OptionalText = std::optional<std::string> LibraryItem::*;
+const std::map<std::string, OptionalText, std::less<>>& optionalTexts() {
+  static const std::map<std::string, OptionalText, std::less<>> fields{
+      {"author", &LibraryItem::author},
+      {"authorURL", &LibraryItem::authorURL},
+      {"sourceURL", &LibraryItem::sourceURL},
+      {"licence", &LibraryItem::licence},
+      {"transitionID", &LibraryItem::transitionID},
+      {"enhanceResampler", &LibraryItem::enhanceResampler}};
+  return fields;
+}
+
+const std::map<std::string, bool LibraryItem::*, std::less<>>& switches() {
+  static const std::map<std::string, bool LibraryItem::*, std::less<>> fields{
+      {"mirrorHorizontal", &LibraryItem::mirrorHorizontal}, {"mirrorVertical", &LibraryItem::mirrorVertical},
+      {"aiGenerated", &LibraryItem::aiGenerated},           {"allowNetwork", &LibraryItem::allowNetwork},
+      {"upscaleEnabled", &LibraryItem::upscaleEnabled},     {"pingPongEnabled", &LibraryItem::pingPongEnabled}};
+  return fields;
+}
+
 // One `key=value` of `library set` applied to an item; the value forms are those of
 // `plan put`, and an empty value clears an optional field.
 void applySetting(LibraryItem& item, const std::string& assignment) {
@@ -234,38 +256,18 @@ void applySetting(LibraryItem& item, const std::string& assignment) {
       // To the end of the clip is an absent end; the file holds no infinities.
       item.trimEnd = std::isfinite(trim.end) ? std::optional<double>(trim.end) : std::nullopt;
     }
-  } else if (key == "mirrorHorizontal") {
-    item.mirrorHorizontal = parseBoolean(value, key);
-  } else if (key == "mirrorVertical") {
-    item.mirrorVertical = parseBoolean(value, key);
+  } else if (const auto text = optionalTexts().find(key); text != optionalTexts().end()) {
+    item.*(text->second) = optionalText(value, key);
+  } else if (const auto flag = switches().find(key); flag != switches().end()) {
+    item.*(flag->second) = parseBoolean(value, key);
   } else if (key == "tags") {
     requireText(value, key);
     item.tags.clear();
     for (const auto& tag : splitList(value)) {
       item.tags.push_back(text::trimSpacesAndTabs(tag));
     }
-  } else if (key == "author") {
-    item.author = optionalText(value, key);
-  } else if (key == "authorURL") {
-    item.authorURL = optionalText(value, key);
-  } else if (key == "sourceURL") {
-    item.sourceURL = optionalText(value, key);
-  } else if (key == "licence") {
-    item.licence = optionalText(value, key);
-  } else if (key == "transitionID") {
-    item.transitionID = optionalText(value, key);
-  } else if (key == "enhanceResampler") {
-    item.enhanceResampler = optionalText(value, key);
   } else if (key == "enhanceSharpness") {
     item.enhanceSharpness = value.empty() ? std::nullopt : std::optional<double>(parseInRange(value, key, 0, 10));
-  } else if (key == "aiGenerated") {
-    item.aiGenerated = parseBoolean(value, key);
-  } else if (key == "allowNetwork") {
-    item.allowNetwork = parseBoolean(value, key);
-  } else if (key == "upscaleEnabled") {
-    item.upscaleEnabled = parseBoolean(value, key);
-  } else if (key == "pingPongEnabled") {
-    item.pingPongEnabled = parseBoolean(value, key);
   } else if (key == "id" || key == "sha256" || key == "relativePath" || key == "kind" || key == "sizeBytes" ||
              key == "width" || key == "height" || key == "addedUTC" || key == "durationSeconds" || key == "frameRate" ||
              key == "codec" || key == "hasAudio" || key == "flashedAt" || key == "flashPeakPerSecond" ||

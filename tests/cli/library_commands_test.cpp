@@ -4,6 +4,7 @@
 #include "core/screensaver/saver_plan.hpp"
 #include "core/support/json.hpp"
 #include "engine/process.hpp"
+#include "support/clips.hpp"
 
 #include <csignal>
 #include <thread>
@@ -28,12 +29,7 @@ class Library : public Cli {
 
   std::string make(const std::string& name, const std::vector<std::string>& arguments) {
     const auto path = folder / ("media/" + name);
-    fs::create_directories(path.parent_path());
-    std::vector<std::string> all{"-v", "error", "-y"};
-    all.insert(all.end(), arguments.begin(), arguments.end());
-    all.push_back(path.string());
-    const auto made = engine::run(ffmpeg, all);
-    EXPECT_TRUE(made && made->exitCode == 0) << (made ? made->error : made.error());
+    testing::makeMedia(ffmpeg, path, arguments);
     return path.string();
   }
 

@@ -36,12 +36,7 @@ class LibraryImport : public ::testing::Test {
 
   fs::path make(const std::string& name, const std::vector<std::string>& arguments) {
     const auto path = folder / ("media/" + name);
-    fs::create_directories(path.parent_path());
-    std::vector<std::string> all{"-v", "error", "-y"};
-    all.insert(all.end(), arguments.begin(), arguments.end());
-    all.push_back(path.string());
-    const auto made = run(ffmpeg, all);
-    EXPECT_TRUE(made && made->exitCode == 0) << (made ? made->error : made.error());
+    testing::makeMedia(ffmpeg, path, arguments);
     return path;
   }
 

@@ -25,6 +25,16 @@ std::filesystem::path ffmpegOnPath() {
   return found.value_or("ffmpeg");
 }
 
+void makeMedia(const std::filesystem::path& ffmpeg, const std::filesystem::path& path,
+               const std::vector<std::string>& arguments) {
+  std::filesystem::create_directories(path.parent_path());
+  std::vector<std::string> all{"-v", "error", "-y"};
+  all.insert(all.end(), arguments.begin(), arguments.end());
+  all.push_back(path.string());
+  const auto made = engine::run(ffmpeg, all);
+  EXPECT_TRUE(made && made->exitCode == 0) << (made ? made->error : made.error());
+}
+
 void makeNumberedClip(const std::filesystem::path& ffmpeg, const std::filesystem::path& path, int frames, int rate) {
   const auto level = [](const std::string& digit) {
     return std::to_string(firstLevel) + "+" + std::to_string(levelStep) + "*" + digit;

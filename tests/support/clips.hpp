@@ -12,6 +12,11 @@ namespace korvalen::testing {
 // ffmpeg on the process's PATH; a failed test saying how to get it when there is none.
 std::filesystem::path ffmpegOnPath();
 
+// Runs `ffmpeg -v error -y ARGUMENTS... PATH`, creating PATH's folder first; a failed test
+// with ffmpeg's words when it fails.
+void makeMedia(const std::filesystem::path& ffmpeg, const std::filesystem::path& path,
+               const std::vector<std::string>& arguments);
+
 // `frames` frames at `rate` per second, 64×48, H.264. Frame n shows two grey halves whose
 // levels spell n in base 16, so up to 256 frames can be told apart after lossy encoding.
 void makeNumberedClip(const std::filesystem::path& ffmpeg, const std::filesystem::path& path, int frames, int rate);

@@ -227,20 +227,11 @@ std::expected<MediaInfo, std::string> probeMedia(const fs::path& file) {
   DecoderOptions options;
   options.queue = 1;
   options.sampleBudget = 1;  // the probe looks at one frame, and at as little of it as can be
-  auto decoder = MediaDecoder::open(file, options);
-  if (!decoder) {
-    return std::unexpected(decoder.error());
-  }
-  DecodedFrame frame;
-  // Headers can promise what the stream does not hold: one real picture proves it.
-  auto first = (*decoder)->next(frame);
+  auto first = Thumbnails::firstFrame(file, options);
   if (!first) {
     return std::unexpected(first.error());
   }
-  if (!*first) {
-    return std::unexpected(fmt::format("{}: no picture in it could be decoded", file.string()));
-  }
-  return (*decoder)->info();
+  return std::move(first->info);
 }
 
 std::string_view toString(ImportLine::Result result) {

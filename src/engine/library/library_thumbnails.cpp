@@ -27,7 +27,18 @@ Picture toPicture(DecodedFrame&& frame) {
   return picture;
 }
 
-std::expected<Picture, std::string> firstFrame(const fs::path& file, const DecoderOptions& options) {
+// A drawtext filter's own quoting: inside single quotes only the quote itself is special.
+std::string quotedForFilter(const std::string& text) {
+  std::string out = "'";
+  for (const char c : text) {
+    out += c == '\'' ? std::string("'\\''") : std::string(1, c);
+  }
+  return out + "'";
+}
+
+}  // namespace
+
+std::expected<FirstFrame, std::string> firstFrame(const fs::path& file, const DecoderOptions& options) {
   auto decoder = MediaDecoder::open(file, options);
   if (!decoder) {
     return std::unexpected(decoder.error());
@@ -40,19 +51,8 @@ std::expected<Picture, std::string> firstFrame(const fs::path& file, const Decod
   if (!*got) {
     return std::unexpected(fmt::format("{}: no picture in it could be decoded", file.string()));
   }
-  return toPicture(std::move(frame));
+  return FirstFrame{(*decoder)->info(), toPicture(std::move(frame))};
 }
-
-// A drawtext filter's own quoting: inside single quotes only the quote itself is special.
-std::string quotedForFilter(const std::string& text) {
-  std::string out = "'";
-  for (const char c : text) {
-    out += c == '\'' ? std::string("'\\''") : std::string(1, c);
-  }
-  return out + "'";
-}
-
-}  // namespace
 
 Size fitting(std::int64_t width, std::int64_t height, std::int64_t intoWidth, std::int64_t intoHeight) {
   if (width < 1 || height < 1) {
@@ -118,19 +118,26 @@ std::expected<Picture, std::string> posterFrame(const fs::path& media, double se
   options.height = size.height;
   options.sampling = DecoderOptions::Sampling::area;
   options.queue = 1;
-  auto picture = firstFrame(media, options);
-  if (!picture && seconds > 0) {
+  auto first = firstFrame(media, options);
+  if (!first && seconds > 0) {
     // A time past the last frame (a duration the file overstates): its first frame.
     options.start = 0;
-    picture = firstFrame(media, options);
+    first = firstFrame(media, options);
   }
-  return picture;
+  if (!first) {
+    return std::unexpected(first.error());
+  }
+  return std::move(first->picture);
 }
 
 std::expected<Picture, std::string> readPicture(const fs::path& file) {
   DecoderOptions options;
   options.queue = 1;
-  return firstFrame(file, options);
+  auto first = firstFrame(file, options);
+  if (!first) {
+    return std::unexpected(first.error());
+  }
+  return std::move(first->picture);
 }
 
 std::expected<void, std::string> writePicture(const fs::path& ffmpeg, const Picture& picture, const fs::path& out) {

@@ -5,6 +5,7 @@
 #pragma once
 
 #include "engine/compositor.hpp"
+#include "engine/media_decoder.hpp"
 
 #include <cstdint>
 #include <expected>
@@ -14,8 +15,6 @@
 #include <vector>
 
 namespace korvalen::engine {
-
-struct DecodedFrame;
 
 namespace Thumbnails {
 
@@ -51,6 +50,15 @@ class PosterChooser {
   std::optional<double> fallback_;
   std::optional<double> chosen_;
 };
+
+// The first picture a decoder with these options gives, with what it says of the file. A
+// file whose headers promise a picture its stream does not hold is an error here.
+struct FirstFrame {
+  MediaInfo info;
+  Picture picture;
+};
+[[nodiscard]] std::expected<FirstFrame, std::string> firstFrame(const std::filesystem::path& file,
+                                                                const DecoderOptions& options);
 
 // The file's picture at `seconds` scaled to fit the box.
 [[nodiscard]] std::expected<Picture, std::string> posterFrame(const std::filesystem::path& media, double seconds);
