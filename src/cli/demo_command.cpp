@@ -2,9 +2,11 @@
 #include "cli/arguments.hpp"
 #include "cli/commands.hpp"
 #include "core/library/schedule_editing.hpp"
+#include "core/library/wallpaper_library.hpp"
 #include "core/playback/activity_classifier.hpp"
 #include "core/playback/power_rule_parser.hpp"
 #include "engine/file_hash.hpp"
+#include "engine/library/library_import.hpp"
 #include "engine/ping_pong_builder.hpp"
 #include "engine/process.hpp"
 #include "saver/linux/desktop_host.hpp"
@@ -254,6 +256,26 @@ void showSaver(std::ostream& out, const std::filesystem::path& folder, const Con
       return;
     }
   }
+  // The application's side: both files go into a library, and the plan names its copies.
+  auto library = WallpaperLibrary::load(folder / WallpaperLibrary::folderName).library;
+  engine::ImportOptions importing;
+  importing.ffmpeg = *ffmpeg;
+  importing.now = context.now();
+  out << "  imported into a library, " << library.file().string() << ":\n";
+  for (const auto& line : engine::importInto(library, engine::gatherCandidates({clip, image}), importing)) {
+    if (!line.item) {
+      out << "    " << line.source << ": " << line.detail << "\n";
+      return;
+    }
+    const auto& item = *line.item;
+    out << fmt::format("    item {}: {} \"{}\", {}x{}, {}{}, thumbnail in {}\n", item.id, toString(item.kind),
+                       item.title, item.width, item.height, item.codec.value_or("?"),
+                       item.hasAudio.value_or(false) ? " with sound" : "",
+                       library.itemFolderOf(item).value_or(folder).string());
+  }
+  const auto& dusk = library.items().front();
+  const auto& life = library.items().back();
+  library.setFit(life.id, FitMode::fit);  // an adjustment, as `korvalen library set` makes
   const auto planPath = folder / "saver" / SaverPlan::fileName;
   const auto writePlan = [&](SaverContent content) {
     SaverPlan plan;
@@ -265,8 +287,8 @@ void showSaver(std::ostream& out, const std::filesystem::path& folder, const Con
       throw Failure(written.error());
     }
   };
-  const SaverContent first(WallpaperKind::video, clip.string(), "Dusk", FitMode::fill);
-  const SaverContent second(WallpaperKind::image, image.string(), "Life", FitMode::fit);
+  const auto first = SaverContent::from(library.contentOf(dusk), "", std::string("Dusk"), 0, std::nullopt);
+  const auto second = SaverContent::from(library.contentOf(life), "", std::string("Life"), 0, std::nullopt);
   const auto environment = withPlan(context.environment, planPath.string());
   const double clipSeconds = 4;
   const double imageSeconds = 3;
