@@ -117,6 +117,9 @@ class Importer {
       return line;
     }
 
+    if (!hash) {
+      return refuse("its content could not be read");  // the rules import nothing unhashed
+    }
     LibraryItem item;
     item.kind = LibraryRules::kindOf(file.string());
     item.title = LibraryRules::titleFor(path.string(), isFolder, options_.title);

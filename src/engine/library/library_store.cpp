@@ -191,8 +191,8 @@ std::expected<LibraryItem, std::string> remove(WallpaperLibrary& library, const 
     }
     moved = true;
   }
-  const LibraryItem kept = *found;
-  auto removed = library.remove(id);
+  LibraryItem kept = *found;
+  library.remove(id);
   if (auto saved = library.save(); !saved) {
     library.add(kept);
     if (moved) {
@@ -204,7 +204,7 @@ std::expected<LibraryItem, std::string> remove(WallpaperLibrary& library, const 
     removeTree(aside);
     fs::remove(aside.parent_path(), error);  // only when empty
   }
-  return std::move(*removed);
+  return kept;
 }
 
 std::expected<void, std::string> copyFile(const fs::path& from, const fs::path& to, const std::atomic<bool>* stop) {

@@ -176,8 +176,11 @@ std::expected<void, std::string> writeContactSheet(const fs::path& ffmpeg, const
     // Centred in its cell at its own size (thumbnails already fit the box).
     const auto& picture = *tile.picture;
     const auto size = fitting(picture.width, picture.height);
-    const double x0 = static_cast<double>(left + (boxWidth - size.width) / 2);
-    const double y0 = static_cast<double>(top + (boxHeight - size.height) / 2);
+    // Whole pixels, so the thumbnail is drawn one to one.
+    const std::int64_t x = left + (boxWidth - size.width) / 2;
+    const std::int64_t y = top + (boxHeight - size.height) / 2;
+    const auto x0 = static_cast<double>(x);
+    const auto y0 = static_cast<double>(y);
     const double scaleX = static_cast<double>(picture.width) / static_cast<double>(size.width);
     const double scaleY = static_cast<double>(picture.height) / static_cast<double>(size.height);
     drawPicture(sheet.canvas(), picture, Mapping{-x0 * scaleX, scaleX}, Mapping{-y0 * scaleY, scaleY},
