@@ -303,25 +303,27 @@ void rememberInSettings(const std::string& path, Date when, std::int64_t peak, C
 }
 
 std::string importText(const engine::ImportLine& line) {
-  switch (line.result) {
-    case engine::ImportLine::Result::imported: {
-      const auto& item = *line.item;
-      std::string facts = item.width > 0 ? fmt::format(", {}x{}", item.width, item.height) : "";
-      if (item.durationSeconds) {
-        facts += fmt::format(", {} s", formatNumber(std::round(*item.durationSeconds * 100) / 100));
-      }
-      if (item.knownToFlash()) {
-        facts += fmt::format(", flashes ({} flashes/s at the peak)", item.flashPeakPerSecond);
-      }
-      return fmt::format("imported {} as item {}: {} \"{}\"{}{}", line.source, item.id, toString(item.kind), item.title,
-                         facts, line.detail.empty() ? "" : " (note: " + line.detail + ")");
+  if (line.item) {
+    const auto& item = *line.item;
+    std::string facts = item.width > 0 ? fmt::format(", {}x{}", item.width, item.height) : "";
+    if (item.durationSeconds) {
+      facts += fmt::format(", {} s", formatNumber(std::round(*item.durationSeconds * 100) / 100));
     }
+    if (item.knownToFlash()) {
+      facts += fmt::format(", flashes ({} flashes/s at the peak)", item.flashPeakPerSecond);
+    }
+    return fmt::format("imported {} as item {}: {} \"{}\"{}{}", line.source, item.id, toString(item.kind), item.title,
+                       facts, line.detail.empty() ? "" : " (note: " + line.detail + ")");
+  }
+  switch (line.result) {
     case engine::ImportLine::Result::duplicate:
       return fmt::format("{}: already in the library as item {}", line.source, line.detail);
     case engine::ImportLine::Result::refused:
       return fmt::format("refused {}: {}", line.source, line.detail);
     case engine::ImportLine::Result::cancelled:
       return fmt::format("stopped at {}: nothing of it was added", line.source);
+    case engine::ImportLine::Result::imported:
+      break;
   }
   return "";
 }
