@@ -18,6 +18,7 @@ std::expected<FlashReport, std::string> checkForFlashes(const std::filesystem::p
   // The decoder samples every Nth pixel as it converts, so nothing unmeasured is converted.
   options.step = check.step;
   options.sampleBudget = check.sampleBudget;
+  options.poster = check.poster;
   auto decoder = MediaDecoder::open(file, options);
   if (!decoder) {
     return std::unexpected(decoder.error());

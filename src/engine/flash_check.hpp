@@ -5,6 +5,7 @@
 #pragma once
 
 #include "core/rendering/crop_rect.hpp"
+#include "engine/media_decoder.hpp"
 
 #include <cstdint>
 #include <expected>
@@ -23,13 +24,14 @@ struct FlashCheck {
   // At most about this many pixels a frame (0: no bound); the screensaver's guard samples
   // 65536 of what it shows.
   std::int64_t sampleBudget = 0;
+  // Poster pictures made in the same pass (see `DecoderOptions::Poster`).
+  DecoderOptions::Poster poster;
 };
 
 // The saver's own sampling of a shown picture, for a verdict that matches what its guard
 // would see.
 inline constexpr std::int64_t guardSampleBudget = 65536;
 
-struct DecodedFrame;
 
 struct FlashReport {
   std::string kind;  // "video", "animation" or "still"

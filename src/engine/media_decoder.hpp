@@ -10,6 +10,7 @@
 
 #include "core/rendering/video_fit.hpp"
 
+#include <atomic>
 #include <cstdint>
 #include <expected>
 #include <filesystem>
@@ -40,6 +41,9 @@ struct DecodedFrame {
   double duration = 0;     // how long it shows at rate 1
   std::int64_t index = 0;  // from 0 in each pass over the stretch
   std::int64_t pass = 0;   // 0 on the first pass, 1 after the first loop, ...
+  // The whole picture at the poster size (`DecoderOptions::Poster`), BGRA; empty for frames
+  // that have none.
+  std::vector<std::uint8_t> poster;
 
   [[nodiscard]] std::int64_t stride() const { return width * 4; }
 };
@@ -68,6 +72,16 @@ struct DecoderOptions {
   // For measuring: at most about this many pixels a frame (0: no bound), by a larger step,
   // as the screensaver's flash guard samples what it shows.
   std::int64_t sampleBudget = 0;
+  // A second picture of each frame from `from` seconds on, whole and smoothly scaled to
+  // `width` x `height`, until `found` turns true: a measuring pass picks its poster frame
+  // without decoding the file again.
+  struct Poster {
+    std::optional<double> from;
+    std::int64_t width = 0;
+    std::int64_t height = 0;
+    const std::atomic<bool>* found = nullptr;
+  };
+  Poster poster;
 };
 
 class MediaDecoder {

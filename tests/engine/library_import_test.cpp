@@ -127,7 +127,10 @@ TEST_F(LibraryImport, AVideoLearnsWhatItIsAndGetsAPosterPastItsBlackOpening) {
   ASSERT_TRUE(poster) << poster.error();
   EXPECT_EQ(poster->width, 320);
   EXPECT_EQ(poster->height, 180);
-  DecodedFrame frame{poster->bgra, poster->width, poster->height};
+  DecodedFrame frame;
+  frame.pixels = poster->bgra;
+  frame.width = poster->width;
+  frame.height = poster->height;
   EXPECT_TRUE(Thumbnails::hasContent(frame)) << "the poster is the black opening";
 }
 

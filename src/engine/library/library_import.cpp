@@ -33,17 +33,36 @@ struct Survey {
   bool flashes = false;
   std::int64_t peak = 0;
   double posterSeconds = 0;
+  std::optional<Picture> poster;  // made in the same pass, when it reached the poster's time
 };
 
 std::expected<Survey, std::string> survey(const fs::path& file, const MediaInfo& info, const ImportOptions& options,
                                           const std::function<void(double)>& fraction) {
-  Survey result{info};
+  Survey result{info, false, 0, 0, std::nullopt};
   // A frame about a tenth into the clip, past an opening that shows nothing yet.
-  Thumbnails::PosterChooser poster(info.duration && !info.animatedImage ? *info.duration * 0.1 : 0);
+  const double target = info.duration && !info.animatedImage ? *info.duration * 0.1 : 0;
+  Thumbnails::PosterChooser chooser(target);
+  const auto size = Thumbnails::fitting(info.width, info.height);
+  std::atomic<bool> found{false};
+  std::optional<Picture> fallback;
   FlashCheck check;
   check.sampleBudget = guardSampleBudget;
+  check.poster = {target, size.width, size.height, &found};
   const auto observe = [&](const DecodedFrame& frame) {
-    poster.observe(frame);
+    const bool before = chooser.settled();
+    chooser.observe(frame);
+    if (!frame.poster.empty() && !found) {
+      Picture picture;
+      picture.width = size.width;
+      picture.height = size.height;
+      picture.bgra = frame.poster;
+      if (chooser.settled() && !before) {
+        result.poster = std::move(picture);
+        found = true;
+      } else if (!fallback) {
+        fallback = std::move(picture);
+      }
+    }
     if (info.duration && *info.duration > 0) {
       fraction(std::clamp(frame.seconds / *info.duration, 0.0, 1.0));
     }
@@ -55,7 +74,10 @@ std::expected<Survey, std::string> survey(const fs::path& file, const MediaInfo&
   }
   result.flashes = report->flashes;
   result.peak = report->peakFlashesPerSecond;
-  result.posterSeconds = poster.seconds();
+  result.posterSeconds = chooser.seconds();
+  if (!result.poster) {
+    result.poster = std::move(fallback);
+  }
   return result;
 }
 
@@ -210,7 +232,10 @@ class Importer {
     if (!learned) {
       return {};  // web pages get their picture when they are shown
     }
-    auto poster = Thumbnails::posterFrame(source, learned->posterSeconds);
+    // The measuring pass made the poster; decoded again only when it never reached its time
+    // (a duration the file overstates).
+    auto poster = learned->poster ? std::expected<Picture, std::string>(*learned->poster)
+                                  : Thumbnails::posterFrame(source, learned->posterSeconds);
     if (!poster) {
       return std::unexpected(fmt::format("it will not decode: {}", poster.error()));
     }

@@ -69,6 +69,10 @@ struct MediaDecoder::State {
   std::unique_ptr<AVPacket, PacketFreer> packet{av_packet_alloc()};
   std::unique_ptr<AVFrame, FrameFreer> decoded{av_frame_alloc()};
   std::unique_ptr<SwsContext, ScalerFreer> scaler;
+  std::unique_ptr<SwsContext, ScalerFreer> posterScaler;
+  // swscale's vector code writes whole blocks of pixels, past the end of a last row whose
+  // width is not a multiple of 16: pictures get room there, and keep their exact size.
+  static constexpr std::size_t slack = 256;
 
   std::mutex mutex;
   std::condition_variable changed;
@@ -129,6 +133,30 @@ struct MediaDecoder::State {
       av_seek_frame(opened.format.get(), opened.stream, target, AVSEEK_FLAG_BACKWARD);
     }
     return true;
+  }
+
+  [[nodiscard]] bool wantsPoster(double seconds) const {
+    const auto& poster = options.poster;
+    return poster.from && seconds + 1e-6 >= *poster.from && poster.width > 0 && poster.height > 0 &&
+           (poster.found == nullptr || !poster.found->load());
+  }
+
+  // The whole frame at the poster size, area-averaged; empty when it cannot be made.
+  std::vector<std::uint8_t> posterOf(const AVFrame& frame, AVPixelFormat format) {
+    const auto width = static_cast<int>(options.poster.width);
+    const auto height = static_cast<int>(options.poster.height);
+    posterScaler.reset(sws_getCachedContext(posterScaler.release(), frame.width, frame.height, format, width, height,
+                                            AV_PIX_FMT_BGRA, SWS_AREA, nullptr, nullptr, nullptr));
+    if (!posterScaler) {
+      return {};
+    }
+    const auto bytes = static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * 4;
+    std::vector<std::uint8_t> pixels(bytes + slack);
+    std::array<std::uint8_t*, 4> target{pixels.data(), nullptr, nullptr, nullptr};
+    std::array<int, 4> targetStride{width * 4, 0, 0, 0};
+    sws_scale(posterScaler.get(), frame.data, frame.linesize, 0, frame.height, target.data(), targetStride.data());
+    pixels.resize(bytes);
+    return pixels;
   }
 
   // The measuring step for a region of this size: the one asked for, or larger to keep
@@ -196,17 +224,17 @@ struct MediaDecoder::State {
       source[static_cast<std::size_t>(plane)] +=
           static_cast<std::ptrdiff_t>(rows) * frame.linesize[plane] + std::max(bytes, 0);
     }
-    // swscale's vector code writes whole blocks of pixels, past the end of a last row whose
-    // width is not a multiple of 16: it gets room there, and the frame keeps its exact size.
     const auto bytes = static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * 4;
-    constexpr std::size_t slack = 256;
     pixels.resize(bytes + slack);
     std::array<std::uint8_t*, 4> target{pixels.data(), nullptr, nullptr, nullptr};
     std::array<int, 4> targetStride{width * 4, 0, 0, 0};
     sws_scale(scaler.get(), source.data(), frame.linesize, 0, crop.height, target.data(), targetStride.data());
     pixels.resize(bytes);
 
-    DecodedFrame made{std::move(pixels), width, height, seconds, duration, index++, pass};
+    DecodedFrame made{std::move(pixels), width, height, seconds, duration, index++, pass, {}};
+    if (wantsPoster(seconds)) {
+      made.poster = posterOf(frame, format);
+    }
     {
       std::lock_guard lock(mutex);
       if (stopping || seekTo) {
