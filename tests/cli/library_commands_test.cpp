@@ -315,6 +315,31 @@ TEST_F(Library, KillNineDuringImportsLeavesNoHalfItem) {
   }
 }
 
+// Ctrl-C stops an import cleanly: the file under way leaves nothing, one line says so.
+TEST_F(Library, CtrlCStopsAnImportAndLeavesNoHalfItem) {
+  const auto big = clip("long.mp4", "30");
+  auto child = engine::ChildProcess::start(
+      "/usr/bin/env", {"XDG_DATA_HOME=" + environment["XDG_DATA_HOME"], KORVALEN_EXECUTABLE, "library", "add", big});
+  ASSERT_TRUE(child) << child.error();
+  // Interrupt once the item is being built (its staging folder is there).
+  for (int wait = 0; wait < 400 && !fs::exists(libraryFolder() / "incoming"); ++wait) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  ::kill(child->pid(), SIGINT);
+  std::string output;
+  std::string error;
+  const int status = child->wait(output, error);
+  if (output.find("imported") != std::string::npos) {
+    GTEST_SKIP() << "the import finished before Ctrl-C reached it";
+  }
+  EXPECT_EQ(status, failed) << error;
+  EXPECT_THAT(output, HasSubstr("stopped at " + big + ": nothing of it was added"));
+  EXPECT_THAT(error, HasSubstr("stopped by Ctrl-C"));
+  EXPECT_FALSE(fs::exists(libraryFolder() / "incoming"));
+  EXPECT_TRUE(listed().empty());
+  EXPECT_FALSE(fs::exists(libraryFolder() / "items/1"));
+}
+
 TEST_F(Library, CheckStillSaysWhatImportWouldDo) {
   const auto file = clip("a.mp4");
   ASSERT_EQ(run({"library", "add", file}).status, ok);

@@ -318,6 +318,7 @@ TEST(LibraryStore, RecoveryFinishesWhatWasSavedAndDeletesTheRest) {
   writeText(folder / "outgoing/3/a.mp4", "set aside, not forgotten");
   writeText(folder / "outgoing/8/a.mp4", "forgotten, not deleted");
   writeText(folder / "items/1/a.mp4", "settled");
+  writeText(folder / "library.json.tmp-abcdef", "a save killed part-way");
   const auto lines = LibraryStore::recover(library);
   EXPECT_EQ(lines.size(), 4U);
   EXPECT_EQ(testing::readText(folder / "items/2/a.mp4"), "saved, not yet moved");

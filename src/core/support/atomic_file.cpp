@@ -58,6 +58,8 @@ bool isTemporaryOf(const std::string& name, const std::string& target) {
          std::string_view(name).substr(target.size(), temporaryInfix.size()) == temporaryInfix;
 }
 
+}  // namespace
+
 // A save killed part-way leaves its temporary file behind. Writers hold a lock on theirs
 // for as long as they work on it, and a dead process holds none, so a temporary file of
 // this target that can be locked is stale and goes.
@@ -85,6 +87,8 @@ void sweepStaleTemporaries(const std::filesystem::path& path) {
     ::close(descriptor);
   }
 }
+
+namespace {
 
 // Makes the rename itself survive a power cut, as databases do. Some file systems cannot
 // sync a folder at all (EINVAL); that is no failure of ours.

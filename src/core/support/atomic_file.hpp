@@ -16,6 +16,10 @@ namespace korvalen::files {
 [[nodiscard]] std::expected<void, std::string> writeAtomically(const std::filesystem::path& path,
                                                                std::string_view bytes);
 
+// Removes the temporary files a killed save of `path` left beside it (those no live writer
+// holds); every save does this too.
+void sweepStaleTemporaries(const std::filesystem::path& path);
+
 // The whole file as bytes.
 [[nodiscard]] std::expected<std::string, std::string> read(const std::filesystem::path& path);
 

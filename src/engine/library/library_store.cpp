@@ -1,5 +1,6 @@
 #include "engine/library/library_store.hpp"
 
+#include "core/support/atomic_file.hpp"
 #include "engine/working_folder.hpp"
 
 #include <fmt/format.h>
@@ -102,6 +103,7 @@ LibraryLock::~LibraryLock() {
 namespace LibraryStore {
 
 std::vector<std::string> recover(const WallpaperLibrary& library) {
+  files::sweepStaleTemporaries(library.file());
   std::vector<std::string> settled;
   for (const auto staging : {incomingFolder, outgoingFolder}) {
     const auto folder = library.folder() / staging;

@@ -49,8 +49,9 @@ inline constexpr std::string_view incomingFolder = "incoming";
 inline constexpr std::string_view outgoingFolder = "outgoing";
 inline constexpr std::string_view itemsFolder = "items";
 
-// Settles what an interrupted command left in the staging folders, by the rule above. Call
-// with the lock held and the library as saved. One line per folder settled.
+// Settles what an interrupted command left in the staging folders, by the rule above, and
+// removes what a killed save left beside "library.json". Call with the lock held and the
+// library as saved. One line per folder settled.
 std::vector<std::string> recover(const WallpaperLibrary& library);
 
 // "incoming/<id>", created empty and private to the user.
