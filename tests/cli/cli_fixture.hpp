@@ -33,12 +33,15 @@ class Cli : public ::testing::Test {
     std::ostringstream err;
     auto variables = environment;
     std::istringstream in(input);
-    Context context{in, out, err,
+    Context context{in,
+                    out,
+                    err,
                     [variables](std::string_view name) -> std::optional<std::string> {
                       const auto found = variables.find(std::string(name));
                       return found == variables.end() ? std::nullopt : std::optional<std::string>(found->second);
                     },
-                    [this] { return now; }};
+                    [this] { return now; },
+                    interactive};
     const int status = cli::run(arguments, context);
     return {status, out.str(), err.str()};
   }
@@ -64,7 +67,8 @@ class Cli : public ::testing::Test {
   [[nodiscard]] std::string planPath() const { return (folder / "Korvalen/screensaver-plan.json").string(); }
 
   korvalen::testing::TempFolder folder;
-  std::string input;  // standard input of the next run
+  std::string input;         // standard input of the next run
+  bool interactive = false;  // standard error is a terminal
   std::map<std::string, std::string> environment{{"KORVALEN_SAVER_PLAN", planPath()}};
   Date now = *ISO8601::plain().parse("2026-11-22T10:00:00Z");
 };

@@ -83,6 +83,28 @@ TEST_F(Library, AddListShowAndTheKeysImportLearns) {
   expectOneLineError(run({"library", "show", "7"}), failed, "no item with id \"7\"");
 }
 
+// On a terminal, a progress line names the file and how far its check has got, and is
+// cleared at the end; the results themselves go to standard output either way.
+TEST_F(Library, ProgressShowsOnATerminalAndJsonNamesEachOutcome) {
+  const auto first = clip("first.mp4", "3");
+  writeText(folder / "media/notes.txt", "n");
+  interactive = true;
+  const auto shown = run({"library", "add", first, (folder / "media/notes.txt").string(), "--json"});
+  EXPECT_EQ(shown.status, failed);  // one of them was refused
+  EXPECT_THAT(shown.err, HasSubstr("[1/2] first.mp4"));
+  EXPECT_THAT(shown.err, HasSubstr("[2/2] notes.txt"));
+  EXPECT_THAT(shown.err, ::testing::EndsWith("\r\033[K"));
+  const auto report = json::parse(shown.out).value();
+  ASSERT_EQ(report.size(), 2U);
+  EXPECT_EQ(report[0]["result"], "imported");
+  EXPECT_EQ(report[0]["item"]["id"], "1");
+  EXPECT_EQ(report[1]["result"], "refused");
+  EXPECT_EQ(report[1]["reason"], "'.txt' is not a supported wallpaper type");
+  const auto again = run({"library", "add", first, "--json"});
+  EXPECT_EQ(again.status, ok);
+  EXPECT_EQ(json::parse(again.out).value()[0]["existingID"], "1");
+}
+
 TEST_F(Library, ListFiltersByKindTagAndAccentBlindSearch) {
   ASSERT_EQ(run({"library", "add", clip("a.mp4"), "--title", "Café at night"}).status, ok);
   ASSERT_EQ(run({"library", "add", make("b.png", {"-f", "lavfi", "-i", "testsrc2=s=64x64", "-frames:v", "1"})}).status,
