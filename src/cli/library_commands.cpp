@@ -7,7 +7,6 @@
 #include "core/library/wallpaper_library.hpp"
 #include "core/playback/flash_guard.hpp"
 #include "core/support/text.hpp"
-#include "engine/file_hash.hpp"
 #include "engine/library/library_import.hpp"
 #include "engine/library/library_store.hpp"
 #include "engine/library/library_thumbnails.hpp"
@@ -15,7 +14,6 @@
 
 #include <fmt/format.h>
 
-#include <sys/stat.h>
 #include <chrono>
 #include <map>
 #include <ostream>
@@ -562,16 +560,6 @@ int sheet(const Filter& filter, const std::string& out, std::int64_t columns, Co
   return ok;
 }
 
-struct Checked {
-  WallpaperKind kind = WallpaperKind::none;
-  bool entersLibrary = true;
-  std::string title;
-  std::vector<std::string> storage;
-  std::optional<FitMode> fit;
-  ImportOutcome outcome;
-  std::optional<std::string> sha256;
-};
-
 std::vector<LibraryRules::Held> heldIn(const std::string& library, Context& context) {
   std::vector<LibraryRules::Held> held;
   if (library.empty()) {
@@ -598,64 +586,46 @@ std::vector<LibraryRules::Held> heldIn(const std::string& library, Context& cont
 int check(const std::vector<std::string>& paths, const std::string& library, const std::string& sizeText, bool asJson,
           Context& context) {
   const auto held = heldIn(library, context);
-  std::optional<Size> size;
+  std::optional<FitMode> fit;
   if (!sizeText.empty()) {
-    size = parseSize(sizeText, "--size");
+    const auto size = parseSize(sizeText, "--size");
+    fit = LibraryRules::defaultFit(size.width, size.height);
   }
   json::Json report = json::Json::array();
   for (const auto& path : paths) {
-    std::error_code error;
-    const auto status = fs::status(path, error);
-    const bool exists = fs::exists(status);
-    const bool isFolder = fs::is_directory(status);
-    const bool executable = exists && !isFolder && (static_cast<unsigned>(status.permissions()) & 0111U) != 0;
-    const auto file = isFolder ? (fs::path(path) / "index.html").string() : path;
-    const bool hasIndex = isFolder && fs::is_regular_file(file, error);
-    Checked checked;
-    checked.kind = LibraryRules::kindOf(file);
-    checked.entersLibrary = LibraryRules::entersLibrary(path, executable);
-    checked.title = LibraryRules::titleFor(path, isFolder, std::nullopt);
-    checked.storage = LibraryRules::relativePathFor("NEW-ID", path, isFolder);
-    if (size) {
-      checked.fit = LibraryRules::defaultFit(size->width, size->height);
-    }
-    if (exists && (!isFolder || hasIndex)) {
-      if (auto hash = isFolder ? engine::sha256OfTree(path) : engine::sha256OfFile(file)) {
-        checked.sha256 = *hash;
-      }
-    }
-    checked.outcome = LibraryRules::decideImport(exists, isFolder, hasIndex, file, checked.sha256, held);
+    const auto offer = engine::considerImport(path, false, held);
+    const auto storage = LibraryRules::relativePathFor("NEW-ID", path, offer.isFolder);
+    const auto title = LibraryRules::titleFor(path, offer.isFolder, std::nullopt);
     std::string decision;
-    switch (checked.outcome.kind) {
+    switch (offer.outcome.kind) {
       case ImportOutcome::Kind::rejected:
-        decision = "rejected: " + checked.outcome.detail;
+        decision = "rejected: " + offer.outcome.detail;
         break;
       case ImportOutcome::Kind::duplicate:
-        decision = "duplicate of " + checked.outcome.detail;
+        decision = "duplicate of " + offer.outcome.detail;
         break;
       case ImportOutcome::Kind::imported:
         decision = "would be imported";
         break;
     }
-    if (!checked.entersLibrary) {
+    if (!offer.entersLibrary) {
       decision = "refused: not something the library may hold";
     }
     if (asJson) {
       json::Json entry = json::Json::object();
       entry["path"] = path;
-      entry["kind"] = std::string(toString(checked.kind));
-      entry["entersLibrary"] = checked.entersLibrary;
-      entry["title"] = checked.title;
-      entry["relativePath"] = checked.storage;
-      entry["defaultFit"] = checked.fit ? json::Json(std::string(toString(*checked.fit))) : json::Json(nullptr);
-      entry["sha256"] = checked.sha256 ? json::Json(*checked.sha256) : json::Json(nullptr);
+      entry["kind"] = std::string(toString(offer.kind));
+      entry["entersLibrary"] = offer.entersLibrary;
+      entry["title"] = title;
+      entry["relativePath"] = storage;
+      entry["defaultFit"] = fit ? json::Json(std::string(toString(*fit))) : json::Json(nullptr);
+      entry["sha256"] = offer.sha256 ? json::Json(*offer.sha256) : json::Json(nullptr);
       entry["decision"] = decision;
       report.push_back(entry);
       continue;
     }
-    context.out << fmt::format("{}\n  kind {}, title \"{}\", stored as {}{}\n  {}\n", path, toString(checked.kind),
-                               checked.title, fmt::join(checked.storage, "/"),
-                               checked.fit ? fmt::format(", fit {}", toString(*checked.fit)) : "", decision);
+    context.out << fmt::format("{}\n  kind {}, title \"{}\", stored as {}{}\n  {}\n", path, toString(offer.kind), title,
+                               fmt::join(storage, "/"), fit ? fmt::format(", fit {}", toString(*fit)) : "", decision);
   }
   if (asJson) {
     context.out << json::pretty(report);

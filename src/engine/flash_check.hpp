@@ -32,7 +32,6 @@ struct FlashCheck {
 // would see.
 inline constexpr std::int64_t guardSampleBudget = 65536;
 
-
 struct FlashReport {
   std::string kind;  // "video", "animation" or "still"
   bool flashes = false;

@@ -61,10 +61,9 @@ struct DecoderOptions {
   bool loop = false;
   // Frames decoded ahead of the consumer.
   std::size_t queue = 3;
-  // How a frame is scaled to the output size: bilinear for showing; nearest for measuring
-  // (every Nth pixel, as cheap as sampling gets); area for small, clean pictures such as
-  // thumbnails.
-  enum class Sampling { bilinear, nearest, area };
+  // How a frame is scaled to the output size: bilinear for showing; area for small, clean
+  // pictures such as thumbnails. (Measuring steps below always take the nearest pixel.)
+  enum class Sampling { bilinear, area };
   Sampling sampling = Sampling::bilinear;
   // For measuring: every Nth pixel of every Nth row of the region, when no output size is
   // given (the frame is then the region's size divided by N, rounded up, sampled nearest).

@@ -1,11 +1,10 @@
 #include "engine/ping_pong_builder.hpp"
 
-#include "core/support/text.hpp"
-
 #include "core/diagnostics/log.hpp"
 #include "core/support/atomic_file.hpp"
 #include "core/support/json.hpp"
 #include "core/support/precondition.hpp"
+#include "core/support/text.hpp"
 #include "engine/ffmpeg_file.hpp"
 #include "engine/process.hpp"
 #include "engine/working_folder.hpp"
@@ -353,15 +352,17 @@ PingPongBuilder::Result Run::go() {
 }  // namespace
 
 std::vector<fs::path> PingPongBuilder::forgetCopies(const fs::path& cacheRoot, std::string_view sourceSha256) {
-  // Copies are named by the hash's first 16 digits (cachePath); the manifest says whose.
+  // Copies are named as `cachePath` names them, by the start of the hash, whatever their
+  // window; the manifest says whose they are.
   std::vector<fs::path> deleted;
-  const auto folder = PingPong::cachePath(cacheRoot, sourceSha256, 0, 0).parent_path();
-  const auto prefix = fmt::format("{}-", text::lowercased(sourceSha256.substr(0, 16)));
+  const auto any = PingPong::cachePath(cacheRoot, sourceSha256, 0, 0);
+  const auto folder = any.parent_path();
+  const auto name = any.filename().string();
+  const auto prefix = name.substr(0, name.find('-') + 1);
   std::error_code error;
   std::vector<fs::path> copies;
   for (fs::directory_iterator entries(folder, error), end; !error && entries != end; entries.increment(error)) {
-    const auto name = entries->path().filename().string();
-    if (name.starts_with(prefix) && entries->path().extension() == ".mp4") {
+    if (entries->path().filename().string().starts_with(prefix) && entries->path().extension() == ".mp4") {
       copies.push_back(entries->path());
     }
   }

@@ -9,7 +9,6 @@
 
 #include <algorithm>
 #include <charconv>
-#include <cmath>
 #include <system_error>
 #include <unordered_set>
 
@@ -148,7 +147,7 @@ WallpaperLibrary::Loaded WallpaperLibrary::parse(std::string_view text, std::str
   return loaded;
 }
 
-std::string WallpaperLibrary::serialize() const {
+json::Json WallpaperLibrary::toJson() const {
   json::Json out = json::Json::object();
   json::Json rows = json::Json::array();
   for (const auto& item : items_) {
@@ -160,20 +159,22 @@ std::string WallpaperLibrary::serialize() const {
   out["items"] = std::move(rows);
   out["nextID"] = nextNumber_;
   out["version"] = currentVersion;
-  return json::pretty(out);
+  return out;
+}
+
+std::string WallpaperLibrary::serialize() const {
+  return json::pretty(toJson());
 }
 
 std::expected<void, std::string> WallpaperLibrary::save() const {
   if (readOnly_) {
     return std::unexpected(fmt::format("left {} as it is: it could not be read", file().string()));
   }
-  json::Json rows = json::Json::array();
-  for (const auto& item : items_) {
-    if (auto bad = json::firstInvalidText(json::encode(item))) {
-      return std::unexpected(fmt::format("item {}: {} is not valid UTF-8 text; nothing was written", item.id, *bad));
-    }
+  const auto tree = toJson();
+  if (auto bad = json::firstInvalidText(tree)) {
+    return std::unexpected(fmt::format("{} is not valid UTF-8 text; nothing was written to {}", *bad, file().string()));
   }
-  return files::writeAtomically(file(), serialize());
+  return files::writeAtomically(file(), json::pretty(tree));
 }
 
 const LibraryItem* WallpaperLibrary::find(std::string_view id) const {
@@ -284,9 +285,9 @@ WallpaperContent WallpaperLibrary::contentOf(const LibraryItem& item) const {
   content.fit = item.fit;
   content.crop = item.crop;
   content.cropByMonitor = item.cropByMonitor;
+  // No trim is the whole clip, as a trim of 0 to 0 says.
   content.trimStart = item.trimStart.value_or(0);
-  // An end that is not a finite time plays to the end, as a trim of 0 says.
-  content.trimEnd = item.trimEnd && std::isfinite(*item.trimEnd) ? *item.trimEnd : 0;
+  content.trimEnd = item.trimEnd.value_or(0);
   content.mirrorHorizontal = item.mirrorHorizontal;
   content.mirrorVertical = item.mirrorVertical;
   content.allowNetwork = item.allowNetwork;

@@ -83,6 +83,7 @@ class WallpaperLibrary {
  private:
   explicit WallpaperLibrary(std::filesystem::path folder) : folder_(std::move(folder)) {}
   LibraryItem* findMutable(std::string_view id);
+  [[nodiscard]] json::Json toJson() const;
   void noteUsed(std::string_view id);
 
   std::filesystem::path folder_;

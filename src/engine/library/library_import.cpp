@@ -107,45 +107,26 @@ class Importer {
       return line;
     };
     const auto& path = candidate.path;
-    std::error_code error;
-    const auto status = fs::status(path, error);
-    const bool exists = fs::exists(status);
-    const bool isFolder = candidate.isFolder || fs::is_directory(status);
-    const auto file = isFolder ? path / indexPage : path;
-    const bool hasIndex = isFolder && fs::is_regular_file(file, error);
-    if (!LibraryRules::entersLibrary(path.string(), exists && !isFolder && isExecutableFile(path))) {
-      return refuse("programs, scripts and application bundles never enter the library");
-    }
-    std::optional<std::string> hash;
-    if (exists && (!isFolder || hasIndex) && LibraryRules::kindOf(file.string()) != WallpaperKind::none) {
-      auto hashed = isFolder ? sha256OfTree(path) : sha256OfFile(path);
-      if (!hashed) {
-        return refuse(hashed.error());
-      }
-      hash = std::move(*hashed);
-    }
     std::vector<LibraryRules::Held> held;
     held.reserve(library_.items().size());
     for (const auto& item : library_.items()) {
       held.push_back({item.id, item.sha256});
     }
-    const auto outcome = LibraryRules::decideImport(exists, isFolder, hasIndex, file.string(), hash, held);
-    if (outcome.kind == ImportOutcome::Kind::rejected) {
-      return refuse(outcome.detail);
+    auto offer = considerImport(path, candidate.isFolder, held);
+    if (offer.outcome.kind == ImportOutcome::Kind::rejected) {
+      return refuse(offer.outcome.detail);
     }
-    if (outcome.kind == ImportOutcome::Kind::duplicate) {
+    if (offer.outcome.kind == ImportOutcome::Kind::duplicate) {
       line.result = ImportLine::Result::duplicate;
-      line.detail = outcome.detail;
+      line.detail = offer.outcome.detail;
       return line;
     }
+    const bool isFolder = offer.isFolder;
 
-    if (!hash) {
-      return refuse("its content could not be read");  // the rules import nothing unhashed
-    }
     LibraryItem item;
-    item.kind = LibraryRules::kindOf(file.string());
+    item.kind = offer.kind;
     item.title = LibraryRules::titleFor(path.string(), isFolder, options_.title);
-    item.sha256 = *hash;
+    item.sha256 = offer.sha256.value_or("");  // the rules import nothing unhashed
     item.sizeBytes = sizeOf(path, isFolder);
     item.addedUTC = options_.now;
     std::optional<Survey> learned;
@@ -235,7 +216,8 @@ class Importer {
     // The measuring pass made the poster; decoded again only when it never reached its time
     // (a duration the file overstates).
     auto poster = learned->poster ? std::expected<Picture, std::string>(*learned->poster)
-                                  : Thumbnails::posterFrame(source, learned->posterSeconds);
+                                  : Thumbnails::posterFrame(source, learned->posterSeconds,
+                                                            Thumbnails::fitting(item.width, item.height));
     if (!poster) {
       return std::unexpected(fmt::format("it will not decode: {}", poster.error()));
     }
@@ -260,6 +242,34 @@ std::expected<MediaInfo, std::string> probeMedia(const fs::path& file) {
     return std::unexpected(first.error());
   }
   return std::move(first->info);
+}
+
+ImportOffer considerImport(const fs::path& path, bool folder, const std::vector<LibraryRules::Held>& held) {
+  ImportOffer offer;
+  std::error_code error;
+  const auto status = fs::status(path, error);
+  offer.exists = fs::exists(status);
+  offer.isFolder = folder || fs::is_directory(status);
+  offer.file = (offer.isFolder ? path / indexPage : path).string();
+  const bool hasIndex = offer.isFolder && fs::is_regular_file(offer.file, error);
+  offer.kind = LibraryRules::kindOf(offer.file);
+  offer.entersLibrary =
+      LibraryRules::entersLibrary(path.string(), offer.exists && !offer.isFolder && isExecutableFile(path));
+  if (!offer.entersLibrary) {
+    offer.outcome = ImportOutcome::rejected("programs, scripts and application bundles never enter the library");
+    return offer;
+  }
+  // Only a wallpaper's content is read: a large file of another kind is refused unread.
+  if (offer.exists && (!offer.isFolder || hasIndex) && offer.kind != WallpaperKind::none) {
+    auto hashed = offer.isFolder ? sha256OfTree(path) : sha256OfFile(path);
+    if (!hashed) {
+      offer.outcome = ImportOutcome::rejected(hashed.error());
+      return offer;
+    }
+    offer.sha256 = std::move(*hashed);
+  }
+  offer.outcome = LibraryRules::decideImport(offer.exists, offer.isFolder, hasIndex, offer.file, offer.sha256, held);
+  return offer;
 }
 
 std::string_view toString(ImportLine::Result result) {

@@ -8,6 +8,7 @@
 // Thread: one at a time (the decoder's threads are its own).
 #pragma once
 
+#include "core/library/library_rules.hpp"
 #include "core/library/wallpaper_library.hpp"
 #include "core/support/iso8601.hpp"
 #include "engine/media_decoder.hpp"
@@ -52,6 +53,24 @@ struct ImportLine {
 };
 
 std::string_view toString(ImportLine::Result result);
+
+// What the library's rules make of a path offered for import, before anything is decoded
+// or copied: `library check` shows it, and import acts on it.
+struct ImportOffer {
+  bool exists = false;
+  bool isFolder = false;
+  std::string file;  // what the rules judge: a folder's index page, else the path itself
+  WallpaperKind kind = WallpaperKind::none;
+  bool entersLibrary = true;          // nothing executable, nothing with a script's or bundle's name
+  std::optional<std::string> sha256;  // of a wallpaper's content (a web folder: its whole tree)
+  // The rules' decision; a path that may not enter, or whose content cannot be read, is
+  // rejected with that reason.
+  ImportOutcome outcome;
+};
+// `folder` says the path stands for a folder even when there is none (the rules then
+// refuse it as a folder).
+[[nodiscard]] ImportOffer considerImport(const std::filesystem::path& path, bool folder,
+                                         const std::vector<LibraryRules::Held>& held);
 
 struct ImportCandidate {
   std::filesystem::path path;

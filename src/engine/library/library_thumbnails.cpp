@@ -103,15 +103,7 @@ void PosterChooser::observe(const DecodedFrame& frame) {
   }
 }
 
-std::expected<Picture, std::string> posterFrame(const fs::path& media, double seconds) {
-  DecoderOptions probe;
-  probe.queue = 1;
-  auto decoder = MediaDecoder::open(media, probe);
-  if (!decoder) {
-    return std::unexpected(decoder.error());
-  }
-  const auto size = fitting((*decoder)->info().width, (*decoder)->info().height);
-  (*decoder)->stop();
+std::expected<Picture, std::string> posterFrame(const fs::path& media, double seconds, Size size) {
   DecoderOptions options;
   options.start = std::max(seconds, 0.0);
   options.width = size.width;

@@ -60,8 +60,9 @@ struct FirstFrame {
 [[nodiscard]] std::expected<FirstFrame, std::string> firstFrame(const std::filesystem::path& file,
                                                                 const DecoderOptions& options);
 
-// The file's picture at `seconds` scaled to fit the box.
-[[nodiscard]] std::expected<Picture, std::string> posterFrame(const std::filesystem::path& media, double seconds);
+// The file's picture at `seconds`, at `size` (the file's size fitted to the box).
+[[nodiscard]] std::expected<Picture, std::string> posterFrame(const std::filesystem::path& media, double seconds,
+                                                              Size size);
 // Decodes any picture file (a thumbnail) as it is.
 [[nodiscard]] std::expected<Picture, std::string> readPicture(const std::filesystem::path& file);
 // Writes a picture as JPEG or PNG, by `out`'s ending. The error is one line.

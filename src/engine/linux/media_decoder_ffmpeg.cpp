@@ -198,8 +198,7 @@ struct MediaDecoder::State {
     // Same size: an unscaled conversion, which swscale does fastest and exactly. Sampled:
     // nearest pixels, so each output pixel is one source pixel, as a step reads them.
     int method = SWS_BILINEAR;
-    if ((width == crop.width && height == crop.height) || sampled ||
-        options.sampling == DecoderOptions::Sampling::nearest) {
+    if ((width == crop.width && height == crop.height) || sampled) {
       method = SWS_POINT;
     } else if (options.sampling == DecoderOptions::Sampling::area) {
       method = SWS_AREA;

@@ -128,6 +128,20 @@ TEST(WallpaperLibrary, IdsAreNeverGivenTwiceEvenAfterRemovalAndReload) {
   EXPECT_FALSE(WallpaperLibrary::load(folder.path()).library.remove("4"));
 }
 
+TEST(WallpaperLibrary, TextThatIsNotUtf8IsNeverWritten) {
+  TempFolder folder;
+  auto library = WallpaperLibrary::load(folder.path()).library;
+  ASSERT_TRUE(library.add(item("1")));
+  ASSERT_TRUE(library.save());
+  const auto before = readText(folder / "library.json");
+  library.rename("1", "bad \xff title");
+  const auto refused = library.save();
+  ASSERT_FALSE(refused);
+  EXPECT_THAT(refused.error(), HasSubstr("title"));
+  EXPECT_THAT(refused.error(), HasSubstr("not valid UTF-8"));
+  EXPECT_EQ(readText(folder / "library.json"), before);
+}
+
 TEST(WallpaperLibrary, AddRefusesAnIdInUse) {
   TempFolder folder;
   auto library = WallpaperLibrary::load(folder.path()).library;
