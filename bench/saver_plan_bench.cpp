@@ -1,6 +1,6 @@
 // The screensaver re-reads the plan every 3 seconds on every screen; reading and writing a
 // realistic plan (several screens) must stay far below a millisecond.
-#include "core/screensaver/saver_plan.hpp"
+#include "core/planning/saver_plan.hpp"
 
 #include <benchmark/benchmark.h>
 

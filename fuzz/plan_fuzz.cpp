@@ -1,6 +1,6 @@
 // The saver plan: what decodes writes back to text that decodes to the same text, and every
 // screen's content comes from one of the three rules.
-#include "core/screensaver/saver_plan.hpp"
+#include "core/planning/saver_plan.hpp"
 #include "fuzz.hpp"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {

@@ -6,7 +6,7 @@
 #include "core/library/playlist_scheduler.hpp"
 #include "core/library/wallpaper_library.hpp"
 #include "core/rendering/video_fit.hpp"
-#include "core/screensaver/saver_plan.hpp"
+#include "core/planning/saver_plan.hpp"
 #include "engine/flash_check.hpp"
 #include "engine/frame_writer.hpp"
 #include "engine/linux/software_saver.hpp"

@@ -1,5 +1,5 @@
 #include "cli/cli_fixture.hpp"
-#include "core/screensaver/saver_plan.hpp"
+#include "core/planning/saver_plan.hpp"
 #include "support/param_name.hpp"
 
 namespace korvalen::cli {

@@ -1,7 +1,7 @@
 #include "cli/cli_fixture.hpp"
 #include "core/app/settings_coding.hpp"
 #include "core/library/wallpaper_library.hpp"
-#include "core/screensaver/saver_plan.hpp"
+#include "core/planning/saver_plan.hpp"
 #include "core/support/json.hpp"
 #include "engine/process.hpp"
 #include "support/clips.hpp"

@@ -1,5 +1,5 @@
 #include "cli/cli_fixture.hpp"
-#include "core/screensaver/saver_plan.hpp"
+#include "core/planning/saver_plan.hpp"
 #include "engine/media_decoder.hpp"
 #include "engine/process.hpp"
 

@@ -10,7 +10,7 @@
 #pragma once
 
 #include "core/playback/flash_analyzer.hpp"
-#include "core/screensaver/saver_plan.hpp"
+#include "core/planning/saver_plan.hpp"
 #include "core/screensaver/saver_platform.hpp"
 
 #include <filesystem>

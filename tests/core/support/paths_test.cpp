@@ -1,5 +1,5 @@
 #include "core/support/paths.hpp"
-#include "core/screensaver/saver_plan.hpp"
+#include "core/planning/saver_plan.hpp"
 
 #include <gtest/gtest.h>
 

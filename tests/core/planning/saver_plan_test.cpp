@@ -1,4 +1,4 @@
-#include "core/screensaver/saver_plan.hpp"
+#include "core/planning/saver_plan.hpp"
 
 #include "support/temp_folder.hpp"
 
