@@ -97,6 +97,12 @@ std::optional<KorvalenSettings> saveSettingsEdit(const std::filesystem::path& pa
 // The given settings file, or the app's.
 std::filesystem::path settingsPath(const std::string& given, const Context& context);
 
+// An instant: ISO 8601 with a zone ("Z", "+02:00"), or a wall-clock time in `zone`.
+Date parseInstant(const std::string& text, const TimeZone& zone, std::string_view argument);
+// The zone given with --tz, else TZ's, else this machine's.
+const TimeZone& zoneNamed(const std::string& name, const Context& context);
+void addPlannerCommands(CLI::App& app, Context& context, Action& action);
+
 // "2026-05-01 07:30 CEST".
 std::string localTime(Date date, const TimeZone& zone);
 

@@ -44,7 +44,12 @@ Playlist playlistFromSettings(const std::string& path, const std::string& name) 
                             known.empty() ? "no readable playlists" : known));
 }
 
-// An instant: ISO 8601 with a zone ("Z", "+02:00"), or a wall-clock time in `zone`.
+std::string positionText(const PlaylistState& state) {
+  return state.position < 0 ? std::string("scheduled") : fmt::format("position {}", state.position);
+}
+
+}  // namespace
+
 Date parseInstant(const std::string& text, const TimeZone& zone, std::string_view argument) {
   if (auto date = ISO8601::parseEither(text)) {
     return *date;
@@ -74,12 +79,6 @@ const TimeZone& zoneNamed(const std::string& name, const Context& context) {
   }
   throw UsageError(fmt::format("--tz: no time zone named \"{}\" (use an IANA name such as Europe/Berlin)", name));
 }
-
-std::string positionText(const PlaylistState& state) {
-  return state.position < 0 ? std::string("scheduled") : fmt::format("position {}", state.position);
-}
-
-}  // namespace
 
 std::string localTime(Date date, const TimeZone& zone) {
   return date::format("%Y-%m-%d %H:%M %Z", date::make_zoned(&zone, std::chrono::floor<std::chrono::seconds>(date)));

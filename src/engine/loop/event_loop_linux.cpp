@@ -1,0 +1,181 @@
+#include "engine/loop/event_loop.hpp"
+
+#include <fmt/format.h>
+
+#include <poll.h>
+#include <signal.h>
+#include <sys/eventfd.h>
+#include <sys/signalfd.h>
+#include <sys/timerfd.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+
+namespace korvalen::engine {
+
+namespace {
+
+std::string systemText(int error) {
+  return std::strerror(error);
+}
+
+}  // namespace
+
+std::expected<std::unique_ptr<EventLoop>, std::string> EventLoop::make() {
+  const int wake = ::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
+  if (wake < 0) {
+    return std::unexpected(fmt::format("could not start the event loop: {}", systemText(errno)));
+  }
+  std::unique_ptr<EventLoop> loop(new EventLoop(wake));
+  loop->add(Source{wake, POLLIN, false, [raw = loop.get()](short) { raw->runPosted(); }});
+  return loop;
+}
+
+EventLoop::~EventLoop() {
+  for (auto& [id, source] : sources_) {
+    if (source.owned) {
+      ::close(source.fd);
+    }
+  }
+  ::close(wake_);
+}
+
+EventLoop::Watch::~Watch() {
+  loop_->remove(id_);
+}
+
+std::uint64_t EventLoop::add(Source source) {
+  const auto id = nextID_++;
+  sources_.emplace(id, std::move(source));
+  return id;
+}
+
+void EventLoop::remove(std::uint64_t id) {
+  const auto found = sources_.find(id);
+  if (found == sources_.end()) {
+    return;
+  }
+  if (found->second.owned) {
+    ::close(found->second.fd);
+  }
+  sources_.erase(found);
+}
+
+std::unique_ptr<EventLoop::Watch> EventLoop::watch(int fd, short events, std::function<void(short)> ready) {
+  return std::make_unique<Watch>(*this, add(Source{fd, events, false, std::move(ready)}));
+}
+
+std::expected<std::unique_ptr<EventLoop::Watch>, std::string> EventLoop::atWallTime(
+    Date when, std::function<void(bool)> due) {
+  const int fd = ::timerfd_create(CLOCK_REALTIME, TFD_NONBLOCK | TFD_CLOEXEC);
+  if (fd < 0) {
+    return std::unexpected(fmt::format("could not make a timer: {}", systemText(errno)));
+  }
+  const auto since = when.time_since_epoch();
+  const auto whole = std::chrono::floor<std::chrono::seconds>(since);
+  itimerspec spec{};
+  // Zero would disarm the timer; an instant at or before the epoch is simply past.
+  spec.it_value.tv_sec = std::max<time_t>(static_cast<time_t>(whole.count()), 0);
+  spec.it_value.tv_nsec = static_cast<long>(std::chrono::nanoseconds(since - whole).count());
+  if (spec.it_value.tv_sec == 0 && spec.it_value.tv_nsec == 0) {
+    spec.it_value.tv_nsec = 1;
+  }
+  if (::timerfd_settime(fd, TFD_TIMER_ABSTIME | TFD_TIMER_CANCEL_ON_SET, &spec, nullptr) != 0) {
+    const int error = errno;
+    ::close(fd);
+    return std::unexpected(fmt::format("could not set a timer: {}", systemText(error)));
+  }
+  auto fired = std::make_shared<bool>(false);
+  const auto id = add(Source{fd, POLLIN, true, [fd, fired, due = std::move(due)](short) {
+                               if (*fired) {
+                                 return;
+                               }
+                               std::uint64_t expirations = 0;
+                               const auto got = ::read(fd, &expirations, sizeof expirations);
+                               if (got < 0 && errno == EAGAIN) {
+                                 return;
+                               }
+                               *fired = true;
+                               due(got < 0 && errno == ECANCELED);
+                             }});
+  return std::make_unique<Watch>(*this, id);
+}
+
+std::expected<std::unique_ptr<EventLoop::Watch>, std::string> EventLoop::onSignal(int signal,
+                                                                                  std::function<void()> handler) {
+  sigset_t set;
+  sigemptyset(&set);
+  sigaddset(&set, signal);
+  if (::sigprocmask(SIG_BLOCK, &set, nullptr) != 0) {
+    return std::unexpected(fmt::format("could not block signal {}: {}", signal, systemText(errno)));
+  }
+  const int fd = ::signalfd(-1, &set, SFD_NONBLOCK | SFD_CLOEXEC);
+  if (fd < 0) {
+    return std::unexpected(fmt::format("could not watch signal {}: {}", signal, systemText(errno)));
+  }
+  const auto id = add(Source{fd, POLLIN, true, [fd, handler = std::move(handler)](short) {
+                               signalfd_siginfo info{};
+                               while (::read(fd, &info, sizeof info) == static_cast<ssize_t>(sizeof info)) {
+                                 handler();
+                               }
+                             }});
+  return std::make_unique<Watch>(*this, id);
+}
+
+void EventLoop::post(std::function<void()> task) {
+  {
+    const std::lock_guard lock(mutex_);
+    posted_.push_back(std::move(task));
+  }
+  const std::uint64_t one = 1;
+  // A full counter already means "wake up"; nothing is lost when this write fails.
+  [[maybe_unused]] const auto written = ::write(wake_, &one, sizeof one);
+}
+
+void EventLoop::runPosted() {
+  std::uint64_t count = 0;
+  [[maybe_unused]] const auto got = ::read(wake_, &count, sizeof count);
+  std::vector<std::function<void()>> tasks;
+  {
+    const std::lock_guard lock(mutex_);
+    tasks.swap(posted_);
+  }
+  for (auto& task : tasks) {
+    task();
+  }
+}
+
+void EventLoop::run() {
+  running_ = true;
+  std::vector<pollfd> fds;
+  std::vector<std::uint64_t> ids;
+  while (running_) {
+    fds.clear();
+    ids.clear();
+    for (const auto& [id, source] : sources_) {
+      fds.push_back(pollfd{source.fd, source.events, 0});
+      ids.push_back(id);
+    }
+    const int count = ::poll(fds.data(), fds.size(), -1);
+    ++wakeups_;
+    if (count < 0) {
+      continue;  // EINTR: a signal not routed here (a debugger); look again
+    }
+    for (std::size_t i = 0; i < fds.size() && running_; ++i) {
+      if (fds[i].revents == 0) {
+        continue;
+      }
+      // A callback may have removed this source, or others, meanwhile.
+      const auto found = sources_.find(ids[i]);
+      if (found == sources_.end()) {
+        continue;
+      }
+      auto callback = found->second.ready;
+      callback(fds[i].revents);
+    }
+  }
+}
+
+}  // namespace korvalen::engine

@@ -1,0 +1,217 @@
+#include "engine/planning/planner_service.hpp"
+
+#include "core/app/settings_coding.hpp"
+#include "core/support/atomic_file.hpp"
+
+#include <fmt/format.h>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+namespace korvalen::engine {
+
+namespace fs = std::filesystem;
+
+PlannerFiles PlannerFiles::defaults(const paths::Environment& environment) {
+  PlannerFiles files;
+  files.settings = Settings::defaultPath(environment);
+  files.library = WallpaperLibrary::defaultFolder(environment);
+  files.plan = SaverPlan::location(environment);
+  files.state = files.settings.parent_path() / PlaybackState::fileName;
+  return files;
+}
+
+namespace Planning {
+
+namespace {
+
+// A still picture for each web page: one made for it ("still.png" or ".jpg" in its folder),
+// else its thumbnail.
+std::map<std::string, std::string> stillsOf(const WallpaperLibrary& library) {
+  std::map<std::string, std::string> stills;
+  for (const auto& item : library.items()) {
+    if (item.kind != WallpaperKind::web) {
+      continue;
+    }
+    const auto folder = library.itemFolderOf(item);
+    if (!folder) {
+      continue;
+    }
+    for (const auto* name : {"still.png", "still.jpg", "thumbnail.png", "thumbnail.jpg"}) {
+      std::error_code error;
+      if (fs::is_regular_file(*folder / name, error)) {
+        stills.emplace(item.id, (*folder / name).string());
+        break;
+      }
+    }
+  }
+  return stills;
+}
+
+std::string describe(const MonitorAnswer& answer) {
+  return fmt::format("{} {} ({}{})", answer.monitorId,
+                     answer.itemID ? fmt::format("item {}", *answer.itemID) : std::string("nothing"),
+                     toString(answer.reason), answer.held ? ", held" : "");
+}
+
+}  // namespace
+
+std::expected<PlannerRun, std::string> plan(const PlannerFiles& files, const std::vector<std::string>& monitors,
+                                            Date now, const TimeZone& zone) {
+  const auto settings = Settings::read(files.settings);
+  if (settings.problem) {
+    return std::unexpected(fmt::format("{}: {}", files.settings.string(), *settings.problem));
+  }
+  auto loaded = WallpaperLibrary::load(files.library);
+  if (loaded.problem) {
+    return std::unexpected(*loaded.problem);
+  }
+  const auto saved = PlaybackState::read(files.state);
+  PlannerRun run;
+  run.notes = loaded.dropped;
+  run.notes.insert(run.notes.end(), saved.dropped.begin(), saved.dropped.end());
+  const PlannerInput input{settings.settings, loaded.library, monitors, now, zone, saved.state,
+                           stillsOf(loaded.library)};
+  run.answer = WallpaperPlanner::plan(input);
+  run.plan = WallpaperPlanner::saverPlan(input, run.answer, now);
+  run.notes.insert(run.notes.end(), run.answer.notes.begin(), run.answer.notes.end());
+  run.planChanged = !run.plan.sameContent(SaverPlan::read(files.plan));
+  const auto onDisk = files::read(files.state);
+  run.stateChanged = !onDisk || *onDisk != run.answer.state.serialize();
+  return run;
+}
+
+std::expected<void, std::string> write(const PlannerFiles& files, const PlannerRun& run) {
+  if (run.planChanged) {
+    if (auto written = run.plan.write(files.plan); !written) {
+      return written;
+    }
+  }
+  if (run.stateChanged) {
+    return run.answer.state.write(files.state);
+  }
+  return {};
+}
+
+std::string summary(const PlannerRun& run) {
+  std::vector<std::string> parts;
+  for (const auto& answer : run.answer.monitors) {
+    parts.push_back(describe(answer));
+  }
+  if (run.answer.monitors.size() != 1 || run.answer.monitors[0].monitorId != WallpaperPlanner::anyScreen) {
+    parts.push_back(describe(run.answer.shared));
+  }
+  parts.push_back(run.answer.nextChange
+                      ? fmt::format("next change {}", ISO8601::plain().format(*run.answer.nextChange))
+                      : std::string("no change scheduled"));
+  return fmt::format("{}", fmt::join(parts, "; "));
+}
+
+}  // namespace Planning
+
+std::expected<PlannerLock, std::string> PlannerLock::acquire(const fs::path& folder, const std::string& owner) {
+  std::error_code error;
+  fs::create_directories(folder, error);
+  const auto path = folder / fileName;
+  const int descriptor = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+  if (descriptor < 0) {
+    return std::unexpected(fmt::format("could not open {}: {}", path.string(), std::strerror(errno)));
+  }
+  if (::flock(descriptor, LOCK_EX | LOCK_NB) != 0) {
+    char text[256] = {};
+    const auto got = ::pread(descriptor, text, sizeof text - 1, 0);
+    ::close(descriptor);
+    std::string holder = got > 0 ? std::string(text, static_cast<std::size_t>(got)) : std::string("another program");
+    while (!holder.empty() && (holder.back() == '\n' || holder.back() == ' ')) {
+      holder.pop_back();
+    }
+    return std::unexpected(fmt::format("{} is planning already; only one program keeps the plan", holder));
+  }
+  const auto text = fmt::format("{} (pid {})\n", owner, ::getpid());
+  if (::ftruncate(descriptor, 0) != 0 ||
+      ::pwrite(descriptor, text.data(), text.size(), 0) != static_cast<ssize_t>(text.size())) {
+    // The lock holds all the same; only the name others would read is missing.
+  }
+  return PlannerLock(descriptor);
+}
+
+PlannerLock::~PlannerLock() {
+  if (descriptor_ >= 0) {
+    ::close(descriptor_);
+  }
+}
+
+std::expected<std::unique_ptr<PlannerService>, std::string> PlannerService::start(EventLoop& loop, Options options) {
+  std::unique_ptr<PlannerService> service(new PlannerService(loop, std::move(options)));
+  auto watcher = FileWatcher::make(
+      loop, [raw = service.get()](const fs::path& folder, const std::string& name) { raw->fileChanged(folder, name); });
+  if (!watcher) {
+    return std::unexpected(watcher.error());
+  }
+  service->watcher_ = std::move(*watcher);
+  const auto& files = service->options_.files;
+  for (const auto& folder : {files.settings.parent_path(), files.library}) {
+    std::error_code error;
+    fs::create_directories(folder, error);
+    if (auto watching = service->watcher_->watch(folder); !watching) {
+      return std::unexpected(watching.error());
+    }
+  }
+  service->replan();
+  return service;
+}
+
+PlannerService::~PlannerService() = default;
+
+void PlannerService::fileChanged(const fs::path& folder, const std::string& name) {
+  const auto& files = options_.files;
+  if (name.empty()) {
+    // The folder itself went away or moved: watch it again once it is back.
+    std::error_code error;
+    fs::create_directories(folder, error);
+    [[maybe_unused]] const auto again = watcher_->watch(folder);
+    replan();
+    return;
+  }
+  const bool settings = folder == files.settings.parent_path() && name == files.settings.filename().string();
+  const bool library = folder == files.library && name == WallpaperLibrary::fileName;
+  if (settings || library) {
+    replan();
+  }
+}
+
+void PlannerService::replan() {
+  ++plannings_;
+  timer_.reset();
+  const auto now = options_.clock();
+  auto run = Planning::plan(options_.files, options_.monitors, now, *options_.zone);
+  if (!run) {
+    // Keep the plan as it was until the file can be read again; say so once per problem.
+    if (lastProblem_ != run.error()) {
+      options_.log(fmt::format("{}; the plan stays as it is until that is fixed", run.error()));
+      lastProblem_ = run.error();
+    }
+    return;
+  }
+  lastProblem_.reset();
+  if (auto written = Planning::write(options_.files, *run); !written) {
+    options_.log(written.error());
+  } else if (run->planChanged) {
+    ++rewrites_;
+    options_.log(fmt::format("plan rewritten: {}", Planning::summary(*run)));
+  }
+  if (run->answer.nextChange) {
+    auto timer = loop_.atWallTime(*run->answer.nextChange, [this](bool) { replan(); });
+    if (timer) {
+      timer_ = std::move(*timer);
+    } else {
+      options_.log(timer.error());
+    }
+  }
+}
+
+}  // namespace korvalen::engine
