@@ -52,9 +52,9 @@ class LogToStream {
 paths::Environment withPlan(paths::Environment environment, std::string plan);
 
 // The screensaver on `screen`, run on its own clock for `seconds` and written to `writer`
-// at `fps`; the number of frames written.
+// at `fps`; the number of frames written. `live` keeps the saver's clock to the wall clock.
 std::int64_t recordSaver(engine::FrameWriter& writer, const engine::SoftwareScreen& screen,
-                         const paths::Environment& environment, double seconds, double fps);
+                         const paths::Environment& environment, double seconds, double fps, bool live = false);
 
 // One line: "video /m/a.mp4 fit=fill crop=0.25,0,0.5,1 mirror-h trim=2:end".
 std::string describeContent(const SaverContent& content);

@@ -14,7 +14,9 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
+#include <chrono>
 #include <cmath>
+#include <thread>
 #include <ostream>
 
 namespace korvalen::cli {
@@ -34,6 +36,7 @@ struct SaverOptions {
   std::string screen;
   std::string fps = "10";
   std::string ffmpeg;
+  bool live = false;
 };
 
 // --plan stands for the variable the screensaver reads, so the location rule is the same.
@@ -71,7 +74,7 @@ int runHeadless(const SaverOptions& o, Context& context) {
       *writer,
       engine::SoftwareScreen{
           {static_cast<double>(size.width), static_cast<double>(size.height)}, screen, o.preview, std::nullopt},
-      environmentWith(o, context), seconds, fps);
+      environmentWith(o, context), seconds, fps, o.live);
   if (auto finished = writer->finish(); !finished) {
     throw Failure(finished.error());
   }
@@ -147,7 +150,7 @@ LogToStream::~LogToStream() {
 }
 
 std::int64_t recordSaver(engine::FrameWriter& writer, const engine::SoftwareScreen& screen,
-                         const paths::Environment& environment, double seconds, double fps) {
+                         const paths::Environment& environment, double seconds, double fps, bool live) {
   engine::SoftwareSaver saver(screen);
   auto controller = saver::SaverController::make(saver.platform(environment));
   controller->startAnimation();
@@ -155,7 +158,13 @@ std::int64_t recordSaver(engine::FrameWriter& writer, const engine::SoftwareScre
   // The saver's own clock decides what each frame shows, however long drawing it takes.
   const auto frames = std::max<std::int64_t>(1, std::llround(seconds * fps));
   std::int64_t written = 0;
+  const auto started = std::chrono::steady_clock::now();
   for (; written < frames; ++written) {
+    if (live) {
+      // Keep to the wall clock, so the plan's rewrites by another program land when they do.
+      std::this_thread::sleep_until(started + std::chrono::duration_cast<std::chrono::steady_clock::duration>(
+                                                  std::chrono::duration<double>(static_cast<double>(written) / fps)));
+    }
     saver.loop().runUntil(static_cast<double>(written) / fps);
     saver.draw(picture);
     if (!writer.write(picture)) {
@@ -194,6 +203,7 @@ void addSaverCommand(CLI::App& app, Context& context, Action& action) {
   command->add_option("--screen", options->screen, "Headless: this screen's stable identifier (default display-0|WxH)");
   command->add_option("--fps", options->fps, "Headless: frames written per second of the saver's clock (default 10)");
   command->add_option("--ffmpeg", options->ffmpeg, "Headless: the ffmpeg executable that writes the output");
+  command->add_flag("--live", options->live, "Headless: keep to the wall clock instead of running as fast as it can");
   command->add_flag("--preview", options->preview, "Run as the small preview, which places in its own bounds");
   command->callback([&context, &action, options] {
     action = [&context, options] {

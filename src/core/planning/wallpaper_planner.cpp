@@ -359,6 +359,8 @@ class Planner {
     }
     if (saved && continues(*saved, playlist, playable)) {
       progress = *saved;
+      // A clock set back must not hold a playlist on one item until it catches up again.
+      progress.state.changedAt = std::min(progress.state.changedAt, input_.now);
     } else {
       const auto startSecond =
           static_cast<std::uint64_t>(std::chrono::floor<std::chrono::seconds>(input_.now).time_since_epoch().count());

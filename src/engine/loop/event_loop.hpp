@@ -7,6 +7,7 @@
 
 #include "core/support/iso8601.hpp"
 
+#include <chrono>
 #include <cstdint>
 #include <expected>
 #include <functional>
@@ -15,6 +16,8 @@
 #include <mutex>
 #include <string>
 #include <vector>
+
+#include <time.h>
 
 namespace korvalen::engine {
 
@@ -46,6 +49,9 @@ class EventLoop {
   // something else. A machine that slept past `when` fires as soon as it wakes.
   [[nodiscard]] std::expected<std::unique_ptr<Watch>, std::string> atWallTime(
       Date when, std::function<void(bool clockChanged)> due);
+  // Once, after `delay` on the monotonic clock (which setting the system clock does not move).
+  [[nodiscard]] std::expected<std::unique_ptr<Watch>, std::string> after(std::chrono::nanoseconds delay,
+                                                                         std::function<void()> due);
   // The signal is blocked for the process and delivered here instead. Call before any other
   // thread starts, so none of them receives it.
   [[nodiscard]] std::expected<std::unique_ptr<Watch>, std::string> onSignal(int signal, std::function<void()> handler);
@@ -67,6 +73,9 @@ class EventLoop {
     std::function<void(short)> ready;
   };
   std::uint64_t add(Source source);
+  // A one-shot timer descriptor armed with `flags` and `value`, watched until it fires.
+  std::expected<std::unique_ptr<Watch>, std::string> oneShot(int clock, int flags, const timespec& value,
+                                                             std::function<void(bool cancelled)> due);
   void remove(std::uint64_t id);
   void runPosted();
 

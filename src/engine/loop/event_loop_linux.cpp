@@ -67,22 +67,20 @@ std::unique_ptr<EventLoop::Watch> EventLoop::watch(int fd, short events, std::fu
   return std::make_unique<Watch>(*this, add(Source{fd, events, false, std::move(ready)}));
 }
 
-std::expected<std::unique_ptr<EventLoop::Watch>, std::string> EventLoop::atWallTime(
-    Date when, std::function<void(bool)> due) {
-  const int fd = ::timerfd_create(CLOCK_REALTIME, TFD_NONBLOCK | TFD_CLOEXEC);
+std::expected<std::unique_ptr<EventLoop::Watch>, std::string> EventLoop::oneShot(int clock, int flags,
+                                                                                 const timespec& value,
+                                                                                 std::function<void(bool)> due) {
+  const int fd = ::timerfd_create(clock, TFD_NONBLOCK | TFD_CLOEXEC);
   if (fd < 0) {
     return std::unexpected(fmt::format("could not make a timer: {}", systemText(errno)));
   }
-  const auto since = when.time_since_epoch();
-  const auto whole = std::chrono::floor<std::chrono::seconds>(since);
   itimerspec spec{};
-  // Zero would disarm the timer; an instant at or before the epoch is simply past.
-  spec.it_value.tv_sec = std::max<time_t>(static_cast<time_t>(whole.count()), 0);
-  spec.it_value.tv_nsec = static_cast<long>(std::chrono::nanoseconds(since - whole).count());
+  spec.it_value = value;
+  // Zero would disarm the timer rather than fire it at once.
   if (spec.it_value.tv_sec == 0 && spec.it_value.tv_nsec == 0) {
     spec.it_value.tv_nsec = 1;
   }
-  if (::timerfd_settime(fd, TFD_TIMER_ABSTIME | TFD_TIMER_CANCEL_ON_SET, &spec, nullptr) != 0) {
+  if (::timerfd_settime(fd, flags, &spec, nullptr) != 0) {
     const int error = errno;
     ::close(fd);
     return std::unexpected(fmt::format("could not set a timer: {}", systemText(error)));
@@ -101,6 +99,26 @@ std::expected<std::unique_ptr<EventLoop::Watch>, std::string> EventLoop::atWallT
                                due(got < 0 && errno == ECANCELED);
                              }});
   return std::make_unique<Watch>(*this, id);
+}
+
+std::expected<std::unique_ptr<EventLoop::Watch>, std::string> EventLoop::atWallTime(
+    Date when, std::function<void(bool)> due) {
+  const auto since = when.time_since_epoch();
+  const auto whole = std::chrono::floor<std::chrono::seconds>(since);
+  timespec value{};
+  // An instant at or before the epoch is simply past.
+  value.tv_sec = std::max<time_t>(static_cast<time_t>(whole.count()), 0);
+  value.tv_nsec = value.tv_sec == 0 ? 0 : static_cast<long>(std::chrono::nanoseconds(since - whole).count());
+  return oneShot(CLOCK_REALTIME, TFD_TIMER_ABSTIME | TFD_TIMER_CANCEL_ON_SET, value, std::move(due));
+}
+
+std::expected<std::unique_ptr<EventLoop::Watch>, std::string> EventLoop::after(std::chrono::nanoseconds delay,
+                                                                              std::function<void()> due) {
+  const auto whole = std::chrono::floor<std::chrono::seconds>(std::max(delay, std::chrono::nanoseconds(0)));
+  timespec value{};
+  value.tv_sec = static_cast<time_t>(whole.count());
+  value.tv_nsec = static_cast<long>((std::max(delay, std::chrono::nanoseconds(0)) - whole).count());
+  return oneShot(CLOCK_MONOTONIC, 0, value, [due = std::move(due)](bool) { due(); });
 }
 
 std::expected<std::unique_ptr<EventLoop::Watch>, std::string> EventLoop::onSignal(int signal,

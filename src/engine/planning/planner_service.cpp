@@ -16,6 +16,10 @@ namespace korvalen::engine {
 
 namespace fs = std::filesystem;
 
+namespace {
+constexpr std::chrono::milliseconds settleTime{100};
+}
+
 PlannerFiles PlannerFiles::defaults(const paths::Environment& environment) {
   PlannerFiles files;
   files.settings = Settings::defaultPath(environment);
@@ -179,7 +183,18 @@ void PlannerService::fileChanged(const fs::path& folder, const std::string& name
   }
   const bool settings = folder == files.settings.parent_path() && name == files.settings.filename().string();
   const bool library = folder == files.library && name == WallpaperLibrary::fileName;
-  if (settings || library) {
+  if (!settings && !library) {
+    return;
+  }
+  // A save is several events (a rename, then the close of the renamed file), and a file
+  // written in place is briefly empty: plan once the events have stopped for a moment.
+  auto settle = loop_.after(settleTime, [this] {
+    settle_.reset();
+    replan();
+  });
+  if (settle) {
+    settle_ = std::move(*settle);
+  } else {
     replan();
   }
 }

@@ -102,6 +102,7 @@ class PlannerService {
   Options options_;
   std::unique_ptr<FileWatcher> watcher_;
   std::unique_ptr<EventLoop::Watch> timer_;
+  std::unique_ptr<EventLoop::Watch> settle_;  // a burst of file events becomes one planning
   std::optional<std::string> lastProblem_;
   std::uint64_t plannings_ = 0;
   std::uint64_t rewrites_ = 0;
