@@ -115,10 +115,9 @@ std::string reasonWords(PlanReason reason) {
 void printAnswers(const PlannerAnswer& answer, const TimeZone& zone, Context& context) {
   for (const auto& monitor : answer.monitors) {
     const auto what = monitor.itemID ? fmt::format("item {}", *monitor.itemID) : std::string("nothing");
-    context.out << fmt::format("{}: {} ({}{}{})\n", monitor.monitorId == WallpaperPlanner::anyScreen ? "any screen"
-                                                                                                    : monitor.monitorId,
-                               what, reasonWords(monitor.reason), monitor.held ? ", held still" : "",
-                               monitor.paused ? ", paused by you" : "");
+    context.out << fmt::format(
+        "{}: {} ({}{}{})\n", monitor.monitorId == WallpaperPlanner::anyScreen ? "any screen" : monitor.monitorId, what,
+        reasonWords(monitor.reason), monitor.held ? ", held still" : "", monitor.paused ? ", paused by you" : "");
     context.out << "  " << monitor.explanation << "\n";
     context.out << "  "
                 << (monitor.until ? fmt::format("until {}", localTime(*monitor.until, zone))
@@ -201,7 +200,8 @@ void addPlanMake(CLI::App& plan, Context& context, Action& action) {
 void addPlanner(CLI::App& app, Context& context, Action& action) {
   auto options = std::make_shared<PlannerOptions>();
   auto* planner = app.add_subcommand(
-      "planner", "Keep the plan current: rewrite it at each change of the answer and after each settings or library edit");
+      "planner",
+      "Keep the plan current: rewrite it at each change of the answer and after each settings or library edit");
   options->addMonitors(*planner);
   options->addPlan(*planner);
   options->addZone(*planner);
@@ -229,8 +229,9 @@ void addPlanner(CLI::App& app, Context& context, Action& action) {
       auto log = [&context](const std::string& line) {
         context.err << ISO8601::plain().format(context.now()) << " " << line << "\n" << std::flush;
       };
-      context.err << fmt::format("planner: keeping {} current for {}\n", files.plan.string(),
-                                 monitors.empty() ? std::string("any screen") : fmt::format("{}", fmt::join(monitors, ", ")))
+      context.err << fmt::format(
+                         "planner: keeping {} current for {}\n", files.plan.string(),
+                         monitors.empty() ? std::string("any screen") : fmt::format("{}", fmt::join(monitors, ", ")))
                   << std::flush;
       engine::PlannerService::Options setup{files, monitors, &zone, context.now, log};
       auto service = engine::PlannerService::start(**loop, std::move(setup));

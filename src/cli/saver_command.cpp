@@ -16,8 +16,8 @@
 
 #include <chrono>
 #include <cmath>
-#include <thread>
 #include <ostream>
+#include <thread>
 
 namespace korvalen::cli {
 namespace {

@@ -328,7 +328,8 @@ TEST_F(LivePlanner, TakesOverAtAScheduleBoundaryToTheSecond) {
                        minute(boundary), minute(boundary + 12h)));
   startPlanner();
   ASSERT_TRUE(waitForShared("1", 2s)) << log_;
-  const auto seen = waitForShared("2", std::chrono::duration_cast<std::chrono::milliseconds>(boundary - wallNow()) + 3s);
+  const auto seen =
+      waitForShared("2", std::chrono::duration_cast<std::chrono::milliseconds>(boundary - wallNow()) + 3s);
   ASSERT_TRUE(seen) << log_;
   EXPECT_GE(*seen, boundary);
   EXPECT_LE(*seen, boundary + 1s);

@@ -28,8 +28,7 @@ Result<PlaylistProgress> Coding<PlaylistProgress>::decode(const Json& json, cons
   in.required("changedAt", value.state.changedAt);
   in.required("order", value.state.order);
   // A place outside the order would index past it: such an entry is no state at all.
-  in.bounded("position", value.state.position, -1,
-             static_cast<std::int64_t>(value.state.order.size()) - 1);
+  in.bounded("position", value.state.position, -1, static_cast<std::int64_t>(value.state.order.size()) - 1);
   return in.finishWith(std::move(value));
 }
 

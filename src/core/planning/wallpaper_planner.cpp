@@ -52,8 +52,13 @@ std::string nameOf(const LibraryItem& item, bool capital = false) {
                             : fmt::format("{} {} \"{}\"", word, item.id, item.title);
 }
 
-bool blank(const std::optional<std::string>& text) {
-  return !text || text::trimWhitespaceAndNewlines(*text).empty();
+// The text trimmed, when there is any left.
+std::optional<std::string> nonBlank(const std::optional<std::string>& text) {
+  if (!text) {
+    return std::nullopt;
+  }
+  auto trimmed = text::trimWhitespaceAndNewlines(*text);
+  return trimmed.empty() ? std::nullopt : std::optional<std::string>(std::move(trimmed));
 }
 
 class Planner {
@@ -73,16 +78,17 @@ class Planner {
     cause_.reset();
 
     std::optional<Resolved> resolved;
-    if (assignment && !blank(assignment->itemID)) {
-      resolved = direct(text::trimWhitespaceAndNewlines(*assignment->itemID), PlanReason::assignment, "assigned to this monitor");
+    const auto ownItem = nonBlank(assignment ? assignment->itemID : std::nullopt);
+    const auto ownPlaylist = nonBlank(assignment ? assignment->playlistName : std::nullopt);
+    const auto active = nonBlank(input_.settings.activePlaylist);
+    if (ownItem) {
+      resolved = direct(*ownItem, PlanReason::assignment, "assigned to this monitor");
     }
-    if (!resolved && assignment && !blank(assignment->playlistName)) {
-      resolved = fromPlaylist(monitor, text::trimWhitespaceAndNewlines(*assignment->playlistName), PlanReason::assignmentPlaylist,
-                              "This monitor's playlist");
+    if (!resolved && ownPlaylist) {
+      resolved = fromPlaylist(monitor, *ownPlaylist, PlanReason::assignmentPlaylist, "This monitor's playlist");
     }
-    if (!resolved && !blank(input_.settings.activePlaylist)) {
-      resolved = fromPlaylist(monitor, text::trimWhitespaceAndNewlines(*input_.settings.activePlaylist), PlanReason::activePlaylist,
-                              "The active playlist");
+    if (!resolved && active) {
+      resolved = fromPlaylist(monitor, *active, PlanReason::activePlaylist, "The active playlist");
     }
     if (!resolved) {
       resolved = lastWallpaper();
@@ -92,12 +98,12 @@ class Planner {
       out.reason = cause_.value_or(resolved->reason);
       out.held = resolved->held;
       out.until = resolved->until;
-      passed_.push_back(resolved->explanation);
+      passed_.emplace_back(resolved->explanation);
     } else {
       out.reason = cause_.value_or(PlanReason::nothing);
-      passed_.push_back(isAny ? "No playlist is active and there is no last wallpaper, so nothing is shown."
-                              : "Nothing is assigned to this monitor, no playlist is active and there is no "
-                                "last wallpaper, so nothing is shown.");
+      passed_.emplace_back(isAny ? "No playlist is active and there is no last wallpaper, so nothing is shown."
+                                 : "Nothing is assigned to this monitor, no playlist is active and there is no "
+                                   "last wallpaper, so nothing is shown.");
     }
     out.explanation = fmt::format("{}", fmt::join(passed_, " "));
     return out;
@@ -165,16 +171,15 @@ class Planner {
 
   std::optional<Resolved> lastWallpaper() {
     const auto& last = input_.settings.lastWallpaper;
-    if (!last || (blank(last->itemID) && blank(last->path))) {
+    const auto id = nonBlank(last ? last->itemID : std::nullopt);
+    const auto path = nonBlank(last ? last->path : std::nullopt);
+    if (!id && !path) {
       return std::nullopt;
     }
-    const LibraryItem* item = nullptr;
-    if (!blank(last->itemID)) {
-      item = input_.library.find(text::trimWhitespaceAndNewlines(*last->itemID));
-    }
-    if (item == nullptr && !blank(last->path)) {
+    const LibraryItem* item = id ? input_.library.find(*id) : nullptr;
+    if (item == nullptr && path) {
       for (const auto& candidate : input_.library.items()) {
-        if (input_.library.pathOf(candidate) == std::filesystem::path(*last->path)) {
+        if (input_.library.pathOf(candidate) == std::filesystem::path(*path)) {
           item = &candidate;
           break;
         }
@@ -182,8 +187,7 @@ class Planner {
     }
     if (item == nullptr) {
       passOver(PlanReason::missing,
-               fmt::format("The last wallpaper ({}) is not in the library.",
-                           blank(last->itemID) ? *last->path : fmt::format("item {}", *last->itemID)));
+               fmt::format("The last wallpaper ({}) is not in the library.", id ? fmt::format("item {}", *id) : *path));
       return std::nullopt;
     }
     return direct(item->id, PlanReason::lastWallpaper, "the last wallpaper shown");
@@ -223,7 +227,8 @@ class Planner {
   }
 
   [[nodiscard]] static Date::duration intervalOf(const Playlist& playlist) {
-    return std::chrono::duration_cast<Date::duration>(std::chrono::minutes(std::max<std::int64_t>(playlist.intervalMinutes, 1)));
+    return std::chrono::duration_cast<Date::duration>(
+        std::chrono::minutes(std::max<std::int64_t>(playlist.intervalMinutes, 1)));
   }
 
   // Steps an interval playlist through every step due by `now`, each at its own moment, so
@@ -260,14 +265,14 @@ class Planner {
     }
     for (int day = -1; day <= 3; ++day) {
       for (const auto minute : minutes) {
-        const auto local = date::local_seconds((today + std::chrono::days(day)).time_since_epoch()) +
-                           std::chrono::minutes(minute);
+        const auto local =
+            date::local_seconds((today + std::chrono::days(day)).time_since_epoch()) + std::chrono::minutes(minute);
         const auto info = zone.get_info(local);
         if (info.result == date::local_info::unique || info.result == date::local_info::ambiguous) {
-          out.push_back(Date(local.time_since_epoch() - info.first.offset));
+          out.emplace_back(local.time_since_epoch() - info.first.offset);
         }
         if (info.result == date::local_info::ambiguous) {
-          out.push_back(Date(local.time_since_epoch() - info.second.offset));
+          out.emplace_back(local.time_since_epoch() - info.second.offset);
         }
       }
     }
@@ -388,7 +393,10 @@ class Planner {
     }
     if (!current.item) {
       // Every item left flashes: hold the one whose turn it is.
-      const auto* item = input_.library.find(*current.skipped);
+      const auto* item = input_.library.find(current.skipped.value_or(""));
+      if (item == nullptr) {
+        return std::nullopt;
+      }
       return Resolved{item->id, PlanReason::flashing,
                       fmt::format("{} \"{}\" shows {}{}, held still.", role, name, nameOf(*item), how), true, until};
     }
@@ -405,6 +413,7 @@ class Planner {
     PlaybackState out;
     const auto bindings = [&] {
       std::vector<std::string> keys;
+      keys.reserve(state_.monitors.size());
       for (const auto& [key, unused] : state_.monitors) {
         keys.push_back(key);
       }
@@ -466,10 +475,10 @@ PlannerAnswer plan(const PlannerInput& input) {
     out.nextChange = out.shared.until;
   }
   out.state = planner.renewedState(planned);
-  if (!blank(input.settings.screensaver.itemId) &&
-      input.library.find(text::trimWhitespaceAndNewlines(*input.settings.screensaver.itemId)) == nullptr) {
-    out.notes.push_back(fmt::format("The screensaver's item {} is not in the library; each screen shows its own.",
-                                    text::trimWhitespaceAndNewlines(*input.settings.screensaver.itemId)));
+  if (const auto saverItem = nonBlank(input.settings.screensaver.itemId);
+      saverItem && input.library.find(*saverItem) == nullptr) {
+    out.notes.push_back(
+        fmt::format("The screensaver's item {} is not in the library; each screen shows its own.", *saverItem));
   }
   return out;
 }
@@ -517,15 +526,14 @@ SaverPlan saverPlan(const PlannerInput& input, const PlannerAnswer& answer, Date
   plan.saturation = accessibility.saturation;
   plan.rate = PlaybackPolicy::evaluate(input.settings.power, accessibility, SystemState{}).playbackRate;
   plan.stopsFlashing = accessibility.flashGuard;
-  if (!blank(input.settings.screensaver.itemId)) {
-    const auto id = text::trimWhitespaceAndNewlines(*input.settings.screensaver.itemId);
-    if (const auto* item = input.library.find(id)) {
+  if (const auto id = nonBlank(input.settings.screensaver.itemId)) {
+    if (const auto* item = input.library.find(*id)) {
       const auto flashing =
           item->knownToFlash() ||
           FlashingPaths::find(input.settings.flashingPaths, input.library.pathOf(*item).string()).has_value();
       // The screensaver has nothing to skip to: a flashing item is held unless flashing may play.
       const auto choice = FlashGuard::read(accessibility);
-      plan.chosen = contentFor(input, id, std::string(anyScreen),
+      plan.chosen = contentFor(input, *id, std::string(anyScreen),
                                flashing && choice != FlashGuardChoice::off && choice != FlashGuardChoice::warn);
     }
   }

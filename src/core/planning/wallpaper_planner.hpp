@@ -30,9 +30,9 @@ struct MonitorAnswer {
   std::string monitorId;  // a stable identifier, or "*" for any screen
   std::optional<std::string> itemID;
   PlanReason reason = PlanReason::nothing;
-  std::string explanation;  // the sentence a person reads
-  bool paused = false;      // the user paused this monitor
-  bool held = false;        // the item flashes and is shown frozen, never played
+  std::string explanation;    // the sentence a person reads
+  bool paused = false;        // the user paused this monitor
+  bool held = false;          // the item flashes and is shown frozen, never played
   std::optional<Date> until;  // when this answer next changes; absent when nothing is scheduled to
   bool operator==(const MonitorAnswer&) const = default;
 };

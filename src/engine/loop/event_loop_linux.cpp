@@ -11,14 +11,14 @@
 
 #include <cerrno>
 #include <chrono>
-#include <cstring>
+#include <system_error>
 
 namespace korvalen::engine {
 
 namespace {
 
 std::string systemText(int error) {
-  return std::strerror(error);
+  return std::generic_category().message(error);
 }
 
 }  // namespace
@@ -101,8 +101,8 @@ std::expected<std::unique_ptr<EventLoop::Watch>, std::string> EventLoop::oneShot
   return std::make_unique<Watch>(*this, id);
 }
 
-std::expected<std::unique_ptr<EventLoop::Watch>, std::string> EventLoop::atWallTime(
-    Date when, std::function<void(bool)> due) {
+std::expected<std::unique_ptr<EventLoop::Watch>, std::string> EventLoop::atWallTime(Date when,
+                                                                                    std::function<void(bool)> due) {
   const auto since = when.time_since_epoch();
   const auto whole = std::chrono::floor<std::chrono::seconds>(since);
   timespec value{};
@@ -113,7 +113,7 @@ std::expected<std::unique_ptr<EventLoop::Watch>, std::string> EventLoop::atWallT
 }
 
 std::expected<std::unique_ptr<EventLoop::Watch>, std::string> EventLoop::after(std::chrono::nanoseconds delay,
-                                                                              std::function<void()> due) {
+                                                                               std::function<void()> due) {
   const auto whole = std::chrono::floor<std::chrono::seconds>(std::max(delay, std::chrono::nanoseconds(0)));
   timespec value{};
   value.tv_sec = static_cast<time_t>(whole.count());
@@ -126,7 +126,7 @@ std::expected<std::unique_ptr<EventLoop::Watch>, std::string> EventLoop::onSigna
   sigset_t set;
   sigemptyset(&set);
   sigaddset(&set, signal);
-  if (::sigprocmask(SIG_BLOCK, &set, nullptr) != 0) {
+  if (::pthread_sigmask(SIG_BLOCK, &set, nullptr) != 0) {
     return std::unexpected(fmt::format("could not block signal {}: {}", signal, systemText(errno)));
   }
   const int fd = ::signalfd(-1, &set, SFD_NONBLOCK | SFD_CLOEXEC);

@@ -7,7 +7,7 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstring>
+#include <system_error>
 #include <vector>
 
 namespace korvalen::engine {
@@ -20,7 +20,7 @@ constexpr std::uint32_t watched =
 std::expected<std::unique_ptr<FileWatcher>, std::string> FileWatcher::make(EventLoop& loop, Changed changed) {
   const int fd = ::inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
   if (fd < 0) {
-    return std::unexpected(fmt::format("could not watch files: {}", std::strerror(errno)));
+    return std::unexpected(fmt::format("could not watch files: {}", std::generic_category().message(errno)));
   }
   std::unique_ptr<FileWatcher> watcher(new FileWatcher(fd, std::move(changed)));
   watcher->watch_ = loop.watch(fd, POLLIN, [raw = watcher.get()](short) { raw->drain(); });
@@ -35,7 +35,8 @@ FileWatcher::~FileWatcher() {
 std::expected<void, std::string> FileWatcher::watch(const std::filesystem::path& folder) {
   const int wd = ::inotify_add_watch(fd_, folder.c_str(), watched);
   if (wd < 0) {
-    return std::unexpected(fmt::format("could not watch {}: {}", folder.string(), std::strerror(errno)));
+    return std::unexpected(
+        fmt::format("could not watch {}: {}", folder.string(), std::generic_category().message(errno)));
   }
   folders_[wd] = folder;
   return {};

@@ -10,7 +10,7 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstring>
+#include <system_error>
 
 namespace korvalen::engine {
 
@@ -78,8 +78,8 @@ std::expected<PlannerRun, std::string> plan(const PlannerFiles& files, const std
   PlannerRun run;
   run.notes = loaded.dropped;
   run.notes.insert(run.notes.end(), saved.dropped.begin(), saved.dropped.end());
-  const PlannerInput input{settings.settings, loaded.library, monitors, now, zone, saved.state,
-                           stillsOf(loaded.library)};
+  const PlannerInput input{settings.settings, loaded.library,          monitors, now, zone,
+                           saved.state,       stillsOf(loaded.library)};
   run.answer = WallpaperPlanner::plan(input);
   run.plan = WallpaperPlanner::saverPlan(input, run.answer, now);
   run.notes.insert(run.notes.end(), run.answer.notes.begin(), run.answer.notes.end());
@@ -103,15 +103,15 @@ std::expected<void, std::string> write(const PlannerFiles& files, const PlannerR
 
 std::string summary(const PlannerRun& run) {
   std::vector<std::string> parts;
+  parts.reserve(run.answer.monitors.size() + 2);
   for (const auto& answer : run.answer.monitors) {
     parts.push_back(describe(answer));
   }
   if (run.answer.monitors.size() != 1 || run.answer.monitors[0].monitorId != WallpaperPlanner::anyScreen) {
     parts.push_back(describe(run.answer.shared));
   }
-  parts.push_back(run.answer.nextChange
-                      ? fmt::format("next change {}", ISO8601::plain().format(*run.answer.nextChange))
-                      : std::string("no change scheduled"));
+  parts.push_back(run.answer.nextChange ? fmt::format("next change {}", ISO8601::plain().format(*run.answer.nextChange))
+                                        : std::string("no change scheduled"));
   return fmt::format("{}", fmt::join(parts, "; "));
 }
 
@@ -123,7 +123,7 @@ std::expected<PlannerLock, std::string> PlannerLock::acquire(const fs::path& fol
   const auto path = folder / fileName;
   const int descriptor = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
   if (descriptor < 0) {
-    return std::unexpected(fmt::format("could not open {}: {}", path.string(), std::strerror(errno)));
+    return std::unexpected(fmt::format("could not open {}: {}", path.string(), std::generic_category().message(errno)));
   }
   if (::flock(descriptor, LOCK_EX | LOCK_NB) != 0) {
     char text[256] = {};
@@ -219,8 +219,8 @@ void PlannerService::replan() {
     ++rewrites_;
     options_.log(fmt::format("plan rewritten: {}", Planning::summary(*run)));
   }
-  if (run->answer.nextChange) {
-    auto timer = loop_.atWallTime(*run->answer.nextChange, [this](bool) { replan(); });
+  if (const auto next = run->answer.nextChange) {
+    auto timer = loop_.atWallTime(*next, [this](bool) { replan(); });
     if (timer) {
       timer_ = std::move(*timer);
     } else {

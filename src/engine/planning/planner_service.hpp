@@ -36,8 +36,8 @@ struct PlannerFiles {
 struct PlannerRun {
   PlannerAnswer answer;
   SaverPlan plan;
-  bool planChanged = false;   // the plan on disk says something else (or there is none)
-  bool stateChanged = false;  // the state on disk is a different one
+  bool planChanged = false;        // the plan on disk says something else (or there is none)
+  bool stateChanged = false;       // the state on disk is a different one
   std::vector<std::string> notes;  // rows left out of the library, state entries dropped
 };
 
@@ -84,7 +84,7 @@ class PlannerService {
   };
   // Plans at once, then keeps the plan current. One line when it cannot watch its files.
   [[nodiscard]] static std::expected<std::unique_ptr<PlannerService>, std::string> start(EventLoop& loop,
-                                                                                        Options options);
+                                                                                         Options options);
   ~PlannerService();
   PlannerService(const PlannerService&) = delete;
   PlannerService& operator=(const PlannerService&) = delete;

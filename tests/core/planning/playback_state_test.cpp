@@ -40,8 +40,9 @@ TEST(PlaybackState, ReadsLenientlyDroppingOnlyWhatItCannotUse) {
       "not an object": 7}, "version": 1})");
   EXPECT_EQ(read.state.monitors.size(), 1U);
   EXPECT_TRUE(read.state.monitors.contains("good"));
-  EXPECT_THAT(read.dropped, ElementsAre(HasSubstr("monitor no order: order: missing"),
-                                        HasSubstr("monitor not an object"), HasSubstr("monitor past the end: position")));
+  EXPECT_THAT(read.dropped,
+              ElementsAre(HasSubstr("monitor no order: order: missing"), HasSubstr("monitor not an object"),
+                          HasSubstr("monitor past the end: position")));
 }
 
 TEST(PlaybackState, AFileThatIsNotStateIsNoState) {

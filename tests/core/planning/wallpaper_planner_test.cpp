@@ -317,8 +317,8 @@ TEST_P(ScheduleAcrossDaylightSaving, GivesTheRightItemAndNextChangeAtEveryMinute
   const int lookahead = 2 * 24 * 60;
   std::vector<std::string> truth;
   for (int m = 0; m < minutes + lookahead; ++m) {
-    truth.push_back(*PlaylistScheduler::scheduledItem(playlist, from + std::chrono::minutes(m),
-                                                      {"1", "2", "3", "4"}, *world.zone));
+    truth.push_back(
+        *PlaylistScheduler::scheduledItem(playlist, from + std::chrono::minutes(m), {"1", "2", "3", "4"}, *world.zone));
   }
   std::vector<int> nextDiffering(truth.size(), -1);
   for (int m = static_cast<int>(truth.size()) - 2; m >= 0; --m) {
