@@ -3,6 +3,7 @@
 #include "cli/commands.hpp"
 #include "core/library/schedule_editing.hpp"
 #include "core/library/wallpaper_library.hpp"
+#include "core/planning/wallpaper_planner.hpp"
 #include "core/playback/activity_classifier.hpp"
 #include "core/playback/power_rule_parser.hpp"
 #include "engine/file_hash.hpp"
@@ -277,18 +278,31 @@ void showSaver(std::ostream& out, const std::filesystem::path& folder, const Con
   const auto& life = library.items().back();
   library.setFit(life.id, FitMode::fit);  // an adjustment, as `korvalen library set` makes
   const auto planPath = folder / "saver" / SaverPlan::fileName;
-  const auto writePlan = [&](SaverContent content) {
-    SaverPlan plan;
-    plan.written = context.now();
-    plan.sound = true;
-    plan.volume = 0.3;
-    plan.shared = std::move(content);
+  // The planner decides what the plan says: an evening schedule plays the clip from 18:00
+  // and the animated picture from 21:00; the screensaver plays sound at 30%.
+  KorvalenSettings settings;
+  settings.playlists.push_back(
+      Playlist{"Evening", {dusk.id, life.id}, 30, false, {{TimeOfDay{18, 0}, dusk.id}, {TimeOfDay{21, 0}, life.id}}});
+  settings.activePlaylist = "Evening";
+  settings.screensaver.playSound = true;
+  settings.lastWallpaper = LastWallpaper{};
+  settings.lastWallpaper->volume = 0.3;
+  const auto& utc = *findTimeZone("UTC");
+  const auto day = std::chrono::floor<std::chrono::days>(context.now());
+  const auto planAt = [&](std::chrono::minutes sinceMidnight) {
+    const PlaybackState none;
+    const PlannerInput input{settings, library, {}, day + sinceMidnight, utc, none, {}};
+    const auto answer = WallpaperPlanner::plan(input);
+    out << fmt::format("  the planner at {}: {}\n", localTime(day + sinceMidnight, utc), answer.shared.explanation);
+    return WallpaperPlanner::saverPlan(input, answer, context.now());
+  };
+  const auto writePlan = [&](const SaverPlan& plan) {
     if (auto written = plan.write(planPath); !written) {
       throw Failure(written.error());
     }
   };
-  const auto first = SaverContent::from(library.contentOf(dusk), "", std::string("Dusk"), 0, std::nullopt);
-  const auto second = SaverContent::from(library.contentOf(life), "", std::string("Life"), 0, std::nullopt);
+  const auto first = planAt(std::chrono::minutes(18 * 60 + 30));
+  const auto second = planAt(std::chrono::minutes(21 * 60 + 30));
   const auto environment = withPlan(context.environment, planPath.string());
   const double clipSeconds = 4;
   const double imageSeconds = 3;

@@ -537,6 +537,11 @@ TEST_F(Desktop, WithoutADisplayTheDemoKeepsAVideoOfTheSaverAndWritesOverNothing)
   ASSERT_EQ(demo.exitCode, 0) << demo.error;
   const auto movie = folder / "korvalen-demo-2.mp4";
   EXPECT_THAT(demo.output, HasSubstr("  wrote " + movie.string() + " (105 frames, 640x360 at 15 fps;"));
+  // The planner chose each, from an evening schedule.
+  EXPECT_THAT(demo.output,
+              HasSubstr("18:30 UTC: The active playlist \"Evening\" shows item 1 \"dusk\" by its schedule."));
+  EXPECT_THAT(demo.output,
+              HasSubstr("21:30 UTC: The active playlist \"Evening\" shows item 2 \"life\" by its schedule."));
   EXPECT_EQ(testing::readText(folder / "korvalen-demo.mp4"), "mine");
   // Its frames: the clip's gradient first, the image's cells later.
   const auto frame = [&](double at) {
