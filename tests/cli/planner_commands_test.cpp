@@ -246,7 +246,7 @@ TEST_F(LivePlanner, StepsAPlaylistAtItsMomentNotBeforeAndSleepsMeanwhile) {
   ASSERT_TRUE(waitForShared("1", 2s)) << log_;
   // Between its first plan and the step it has nothing to do, and does not wake.
   const auto step = began + 60s;
-  std::this_thread::sleep_for(200ms);
+  std::this_thread::sleep_for(300ms);
   const auto switches = contextSwitches();
   std::this_thread::sleep_until(std::chrono::system_clock::time_point(step - 300ms));
   EXPECT_LE(contextSwitches() - switches, 1) << "it woke while it had nothing to do";

@@ -52,6 +52,12 @@ std::string nameOf(const LibraryItem& item, bool capital = false) {
                             : fmt::format("{} {} \"{}\"", word, item.id, item.title);
 }
 
+// An item that can be shown: in the library, and its file not found gone.
+const LibraryItem* showable(const WallpaperLibrary& library, std::string_view id) {
+  const auto* item = library.find(id);
+  return item != nullptr && !item->missing ? item : nullptr;
+}
+
 // The text trimmed, when there is any left.
 std::optional<std::string> nonBlank(const std::optional<std::string>& text) {
   if (!text) {
@@ -144,9 +150,12 @@ class Planner {
   // An item shown for its own sake (not from a playlist): with nothing to skip to, a
   // flashing one is held still unless the user lets flashing content play.
   std::optional<Resolved> direct(const std::string& id, PlanReason reason, std::string_view role) {
-    const auto* item = input_.library.find(id);
+    const auto* item = showable(input_.library, id);
     if (item == nullptr) {
-      passOver(PlanReason::missing, fmt::format("Item {}, {}, is not in the library.", id, role));
+      const auto* gone = input_.library.find(id);
+      passOver(PlanReason::missing, gone != nullptr
+                                        ? fmt::format("{}, {}, has lost its file.", nameOf(*gone, true), role)
+                                        : fmt::format("Item {}, {}, is not in the library.", id, role));
       return std::nullopt;
     }
     Resolved out{item->id, reason, fmt::format("{} is {}.", nameOf(*item, true), role), false, std::nullopt};
@@ -176,10 +185,10 @@ class Planner {
     if (!id && !path) {
       return std::nullopt;
     }
-    const LibraryItem* item = id ? input_.library.find(*id) : nullptr;
+    const LibraryItem* item = id ? showable(input_.library, *id) : nullptr;
     if (item == nullptr && path) {
       for (const auto& candidate : input_.library.items()) {
-        if (input_.library.pathOf(candidate) == std::filesystem::path(*path)) {
+        if (!candidate.missing && input_.library.pathOf(candidate) == std::filesystem::path(*path)) {
           item = &candidate;
           break;
         }
@@ -342,7 +351,7 @@ class Planner {
     const auto& playlist = *found;
     std::vector<std::string> playable;
     for (const auto& id : playlist.itemIDs) {
-      if (input_.library.find(id) != nullptr) {
+      if (showable(input_.library, id) != nullptr) {
         playable.push_back(id);
       }
     }
@@ -373,7 +382,7 @@ class Planner {
       progress.seed = static_cast<std::int64_t>(fnv1a64(monitor + "\n" + playlist.name) ^ startSecond);
       progress.state = PlaylistScheduler::start(
           playlist, input_.now, progress.seed,
-          [this](const std::string& id) { return input_.library.find(id) != nullptr; }, input_.zone);
+          [this](const std::string& id) { return showable(input_.library, id) != nullptr; }, input_.zone);
     }
     if (playlist.isScheduled()) {
       progress.state = PlaylistScheduler::advance(playlist, progress.state, input_.now, input_.zone);
@@ -476,7 +485,7 @@ PlannerAnswer plan(const PlannerInput& input) {
   }
   out.state = planner.renewedState(planned);
   if (const auto saverItem = nonBlank(input.settings.screensaver.itemId);
-      saverItem && input.library.find(*saverItem) == nullptr) {
+      saverItem && showable(input.library, *saverItem) == nullptr) {
     out.notes.push_back(
         fmt::format("The screensaver's item {} is not in the library; each screen shows its own.", *saverItem));
   }
@@ -527,7 +536,7 @@ SaverPlan saverPlan(const PlannerInput& input, const PlannerAnswer& answer, Date
   plan.rate = PlaybackPolicy::evaluate(input.settings.power, accessibility, SystemState{}).playbackRate;
   plan.stopsFlashing = accessibility.flashGuard;
   if (const auto id = nonBlank(input.settings.screensaver.itemId)) {
-    if (const auto* item = input.library.find(*id)) {
+    if (const auto* item = showable(input.library, *id)) {
       const auto flashing =
           item->knownToFlash() ||
           FlashingPaths::find(input.settings.flashingPaths, input.library.pathOf(*item).string()).has_value();

@@ -155,6 +155,15 @@ TEST(WallpaperPlanner, MissingItemsArePassedOverWithTheirReason) {
   EXPECT_EQ(answer.monitors[0].itemID, "2") << "the playlist plays what the library still has";
   EXPECT_EQ(answer.shared.reason, PlanReason::activePlaylist);
 
+  // An item whose file was found gone is passed over too, wherever it comes from.
+  world.library.edit("2", [](LibraryItem& i) { i.missing = true; });
+  world.settings.monitorWallpapers["dell|1920x1080"] = MonitorAssignment{"2", std::nullopt, false};
+  answer = world.plan(noon);
+  EXPECT_EQ(answer.monitors[0].reason, PlanReason::missing);
+  EXPECT_FALSE(answer.monitors[0].itemID) << "the playlist has nothing else left";
+  EXPECT_THAT(answer.monitors[0].explanation,
+              HasSubstr("Item 2 \"clip 2\", assigned to this monitor, has lost its file."));
+
   world.settings.activePlaylist = "Gone";
   answer = world.plan(noon);
   EXPECT_EQ(answer.shared.reason, PlanReason::missing);
