@@ -58,6 +58,17 @@ const LibraryItem* showable(const WallpaperLibrary& library, std::string_view id
   return item != nullptr && !item->missing ? item : nullptr;
 }
 
+// The library marked it on import, or the settings remember its file as flashing.
+bool knownToFlash(const PlannerInput& input, const LibraryItem& item) {
+  return item.knownToFlash() ||
+         FlashingPaths::find(input.settings.flashingPaths, input.library.pathOf(item).string()).has_value();
+}
+
+// With nothing to skip to, a flashing item is held unless the user lets flashing content play.
+bool holdsFlashing(FlashGuardChoice choice) {
+  return choice == FlashGuardChoice::pause || choice == FlashGuardChoice::skip;
+}
+
 // The text trimmed, when there is any left.
 std::optional<std::string> nonBlank(const std::optional<std::string>& text) {
   if (!text) {
@@ -115,9 +126,6 @@ class Planner {
     return out;
   }
 
-  PlaybackState& state() { return state_; }
-  void keepState(const PlaybackState& saved) { state_ = saved; }
-
  private:
   struct Resolved {
     std::string itemID;
@@ -135,12 +143,7 @@ class Planner {
     passed_.push_back(std::move(sentence));
   }
 
-  [[nodiscard]] bool flashes(const LibraryItem& item) const {
-    if (item.knownToFlash()) {
-      return true;
-    }
-    return FlashingPaths::find(input_.settings.flashingPaths, input_.library.pathOf(item).string()).has_value();
-  }
+  [[nodiscard]] bool flashes(const LibraryItem& item) const { return knownToFlash(input_, item); }
 
   [[nodiscard]] bool flashes(const std::string& id) const {
     const auto* item = input_.library.find(id);
@@ -365,11 +368,11 @@ class Planner {
     // a change of size, as its assignment does.
     std::optional<PlaylistProgress> saved;
     if (monitor == anyScreen) {
-      if (const auto own = state_.monitors.find(monitor); own != state_.monitors.end()) {
+      if (const auto own = input_.state.monitors.find(monitor); own != input_.state.monitors.end()) {
         saved = own->second;
       }
     } else {
-      saved = MonitorIdentity::value(state_.monitors, input_.monitors, monitor);
+      saved = MonitorIdentity::value(input_.state.monitors, input_.monitors, monitor);
     }
     if (saved && continues(*saved, playlist, playable)) {
       progress = *saved;
@@ -422,8 +425,8 @@ class Planner {
     PlaybackState out;
     const auto bindings = [&] {
       std::vector<std::string> keys;
-      keys.reserve(state_.monitors.size());
-      for (const auto& [key, unused] : state_.monitors) {
+      keys.reserve(input_.state.monitors.size());
+      for (const auto& [key, unused] : input_.state.monitors) {
         keys.push_back(key);
       }
       return MonitorIdentity::resolve(keys, input_.monitors);
@@ -435,7 +438,7 @@ class Planner {
       }
     }
     replaced.insert(std::string(anyScreen));
-    for (const auto& [key, progress] : state_.monitors) {
+    for (const auto& [key, progress] : input_.state.monitors) {
       if (!replaced.contains(key)) {
         out.monitors.emplace(key, progress);
       }
@@ -451,7 +454,6 @@ class Planner {
  private:
   const PlannerInput& input_;
   FlashGuardChoice choice_;
-  PlaybackState state_;
   std::map<std::string, PlaylistProgress> renewed_;
   std::vector<std::string> passed_;
   std::optional<PlanReason> cause_;
@@ -461,7 +463,6 @@ class Planner {
 
 PlannerAnswer plan(const PlannerInput& input) {
   Planner planner(input);
-  planner.keepState(input.state);
   PlannerAnswer out;
   const std::string any(anyScreen);
   // "*" is looked up among the present monitors' saved states by its own key only.
@@ -537,13 +538,9 @@ SaverPlan saverPlan(const PlannerInput& input, const PlannerAnswer& answer, Date
   plan.stopsFlashing = accessibility.flashGuard;
   if (const auto id = nonBlank(input.settings.screensaver.itemId)) {
     if (const auto* item = showable(input.library, *id)) {
-      const auto flashing =
-          item->knownToFlash() ||
-          FlashingPaths::find(input.settings.flashingPaths, input.library.pathOf(*item).string()).has_value();
-      // The screensaver has nothing to skip to: a flashing item is held unless flashing may play.
-      const auto choice = FlashGuard::read(accessibility);
+      // The screensaver has nothing to skip to.
       plan.chosen = contentFor(input, *id, std::string(anyScreen),
-                               flashing && choice != FlashGuardChoice::off && choice != FlashGuardChoice::warn);
+                               knownToFlash(input, *item) && holdsFlashing(FlashGuard::read(accessibility)));
     }
   }
   for (const auto& monitor : answer.monitors) {

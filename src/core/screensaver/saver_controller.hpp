@@ -9,8 +9,8 @@
 // hold it weakly, so one that fires after it is gone does nothing.
 #pragma once
 
-#include "core/playback/flash_analyzer.hpp"
 #include "core/planning/saver_plan.hpp"
+#include "core/playback/flash_analyzer.hpp"
 #include "core/screensaver/saver_platform.hpp"
 
 #include <filesystem>

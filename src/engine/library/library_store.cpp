@@ -1,6 +1,7 @@
 #include "engine/library/library_store.hpp"
 
 #include "core/support/atomic_file.hpp"
+#include "engine/lock_file.hpp"
 #include "engine/working_folder.hpp"
 
 #include <fmt/format.h>
@@ -40,20 +41,6 @@ class Descriptor {
   int descriptor_;
 };
 
-std::expected<int, std::string> openLockFile(const fs::path& folder) {
-  std::error_code error;
-  fs::create_directories(folder, error);
-  if (error) {
-    return std::unexpected(fmt::format("could not create the library folder {}: {}", folder.string(), error.message()));
-  }
-  const auto path = folder / ".lock";
-  const int descriptor = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-  if (descriptor < 0) {
-    return std::unexpected(fmt::format("could not open {}: {}", path.string(), systemText(errno)));
-  }
-  return descriptor;
-}
-
 void removeTree(const fs::path& path) {
   std::error_code error;
   fs::remove_all(path, error);
@@ -63,7 +50,7 @@ void removeTree(const fs::path& path) {
 
 std::expected<LibraryLock, std::string> LibraryLock::acquire(const fs::path& folder,
                                                              const std::function<void()>& waiting) {
-  auto descriptor = openLockFile(folder);
+  auto descriptor = openLockFile(folder / ".lock");
   if (!descriptor) {
     return std::unexpected(descriptor.error());
   }
@@ -83,7 +70,7 @@ std::expected<LibraryLock, std::string> LibraryLock::acquire(const fs::path& fol
 }
 
 std::optional<LibraryLock> LibraryLock::tryAcquire(const fs::path& folder) {
-  auto descriptor = openLockFile(folder);
+  auto descriptor = openLockFile(folder / ".lock");
   if (!descriptor) {
     return std::nullopt;
   }

@@ -2,6 +2,7 @@
 
 #include "core/app/settings_coding.hpp"
 #include "core/support/atomic_file.hpp"
+#include "engine/lock_file.hpp"
 
 #include <fmt/format.h>
 
@@ -74,7 +75,9 @@ std::expected<PlannerRun, std::string> plan(const PlannerFiles& files, const std
   if (loaded.problem) {
     return std::unexpected(*loaded.problem);
   }
-  const auto saved = PlaybackState::read(files.state);
+  // Read once: parsed for the planner, and compared with what the planner would write.
+  const auto onDisk = files::read(files.state);
+  const auto saved = onDisk ? PlaybackState::parse(*onDisk) : PlaybackState::Read{};
   PlannerRun run;
   run.notes = loaded.dropped;
   run.notes.insert(run.notes.end(), saved.dropped.begin(), saved.dropped.end());
@@ -84,7 +87,6 @@ std::expected<PlannerRun, std::string> plan(const PlannerFiles& files, const std
   run.plan = WallpaperPlanner::saverPlan(input, run.answer, now);
   run.notes.insert(run.notes.end(), run.answer.notes.begin(), run.answer.notes.end());
   run.planChanged = !run.plan.sameContent(SaverPlan::read(files.plan));
-  const auto onDisk = files::read(files.state);
   run.stateChanged = !onDisk || *onDisk != run.answer.state.serialize();
   return run;
 }
@@ -118,13 +120,11 @@ std::string summary(const PlannerRun& run) {
 }  // namespace Planning
 
 std::expected<PlannerLock, std::string> PlannerLock::acquire(const fs::path& folder, const std::string& owner) {
-  std::error_code error;
-  fs::create_directories(folder, error);
-  const auto path = folder / fileName;
-  const int descriptor = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-  if (descriptor < 0) {
-    return std::unexpected(fmt::format("could not open {}: {}", path.string(), std::generic_category().message(errno)));
+  const auto opened = openLockFile(folder / fileName);
+  if (!opened) {
+    return std::unexpected(opened.error());
   }
+  const int descriptor = *opened;
   if (::flock(descriptor, LOCK_EX | LOCK_NB) != 0) {
     char text[256] = {};
     const auto got = ::pread(descriptor, text, sizeof text - 1, 0);
