@@ -11,7 +11,8 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   ffmpeg libavformat-dev libavcodec-dev libavutil-dev libswscale-dev libswresample-dev
   clang-16 libclang-rt-16-dev
-  libsdl2-dev libx11-dev libxrandr-dev xvfb x11-apps x11-xserver-utils
+  libsdl2-dev libx11-dev libxrandr-dev libxext-dev libsystemd-dev xvfb x11-apps x11-xserver-utils
+  openbox i3-wm picom wmctrl x11-utils dbus-daemon python3-dbusmock
   fonts-dejavu-core
 )
 

@@ -36,6 +36,7 @@ int run(const std::vector<std::string>& arguments, Context& context) {
   addMediaCommands(app, context, action);
   addLibraryCommands(app, context, action);
   addPlannerCommands(app, context, action);
+  addWallpaperCommands(app, context, action);
   addPingPongCommands(app, context, action);
   addSaverCommand(app, context, action);
   addDemoCommand(app, context, action);

@@ -102,6 +102,7 @@ Date parseInstant(const std::string& text, const TimeZone& zone, std::string_vie
 // The zone given with --tz, else TZ's, else this machine's.
 const TimeZone& zoneNamed(const std::string& name, const Context& context);
 void addPlannerCommands(CLI::App& app, Context& context, Action& action);
+void addWallpaperCommands(CLI::App& app, Context& context, Action& action);
 
 // "2026-05-01 07:30 CEST".
 std::string localTime(Date date, const TimeZone& zone);

@@ -25,7 +25,6 @@ namespace {
 namespace fs = std::filesystem;
 
 // How many flashing files the settings remember, newest first.
-constexpr std::int64_t rememberedFlashingFiles = 200;
 
 fs::path libraryFolder(const Context& context) {
   return WallpaperLibrary::defaultFolder(context.environment);
@@ -291,7 +290,8 @@ void rememberInSettings(const std::string& path, Date when, std::int64_t peak, C
         settingsPath("", context),
         [&](const KorvalenSettings& from) {
           auto to = from;
-          to.flashingPaths = FlashingPaths::remember(from.flashingPaths, path, when, peak, rememberedFlashingFiles);
+          to.flashingPaths =
+              FlashingPaths::remember(from.flashingPaths, path, when, peak, FlashingPaths::rememberedCount);
           return to;
         },
         silent);

@@ -233,7 +233,7 @@ void addPlanner(CLI::App& app, Context& context, Action& action) {
                          "planner: keeping {} current for {}\n", files.plan.string(),
                          monitors.empty() ? std::string("any screen") : fmt::format("{}", fmt::join(monitors, ", ")))
                   << std::flush;
-      engine::PlannerService::Options setup{files, monitors, &zone, context.now, log};
+      engine::PlannerService::Options setup{files, monitors, &zone, context.now, log, {}};
       auto service = engine::PlannerService::start(**loop, std::move(setup));
       if (!service) {
         throw Failure(fmt::format("planner: {}", service.error()));

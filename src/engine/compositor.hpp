@@ -70,5 +70,7 @@ Picture checkerPicture(std::int64_t width, std::int64_t height);
 // The frame drawn into a picture of the frame's size: black, then the outgoing layer, then
 // the incoming one. Both pictures must be the frame's size.
 Picture composite(const TransitionFrame& frame, const Picture& outgoing, const Picture& incoming);
+// The same into a canvas of the frame's size (a window's picture), over black.
+void composite(const TransitionFrame& frame, const Picture& outgoing, const Picture& incoming, const Canvas& target);
 
 }  // namespace korvalen::engine

@@ -17,7 +17,7 @@
 #include <X11/keysym.h>
 #include <signal.h>
 
-#include "saver/linux/x11_monitors.hpp"  // includes Xlib too
+#include "host/x11/x11_monitors.hpp"  // includes Xlib too
 
 #include <array>
 #include <chrono>

@@ -558,3 +558,43 @@ SaverPlan saverPlan(const PlannerInput& input, const PlannerAnswer& answer, Date
 }  // namespace WallpaperPlanner
 
 }  // namespace korvalen
+
+namespace korvalen {
+
+std::expected<PlaybackState, std::string> WallpaperPlanner::skip(const PlannerInput& input, const PlannerAnswer& answer,
+                                                                 const std::string& monitorId) {
+  const auto found = std::find_if(answer.monitors.begin(), answer.monitors.end(),
+                                  [&](const MonitorAnswer& a) { return a.monitorId == monitorId; });
+  const MonitorAnswer& shown = found != answer.monitors.end() ? *found : answer.shared;
+  if (shown.reason != PlanReason::activePlaylist && shown.reason != PlanReason::assignmentPlaylist) {
+    return std::unexpected(
+        fmt::format("monitor {} shows one item, not a playlist: there is no next item to go to", monitorId));
+  }
+  PlaybackState state = answer.state;
+  const auto progress = state.monitors.find(shown.monitorId);
+  const auto playlist = progress == state.monitors.end()
+                            ? input.settings.playlists.end()
+                            : std::find_if(input.settings.playlists.begin(), input.settings.playlists.end(),
+                                           [&](const Playlist& p) { return p.name == progress->second.playlist; });
+  if (playlist == input.settings.playlists.end()) {
+    return std::unexpected(fmt::format("monitor {}: its playlist is not in the settings any more", monitorId));
+  }
+  if (playlist->isScheduled()) {
+    return std::unexpected(
+        fmt::format("monitor {}: playlist \"{}\" follows its schedule; its items change at the "
+                    "times it gives",
+                    monitorId, playlist->name));
+  }
+  auto& playing = progress->second.state;
+  if (playing.order.size() < 2) {
+    return std::unexpected(fmt::format("monitor {}: playlist \"{}\" has one item to show", monitorId, playlist->name));
+  }
+  // Stepped as if its interval had passed, then timed from now.
+  const auto interval = std::chrono::duration_cast<Date::duration>(
+      std::chrono::minutes(std::max<std::int64_t>(playlist->intervalMinutes, 1)));
+  playing = PlaylistScheduler::advance(*playlist, playing, playing.changedAt + interval, input.zone);
+  playing.changedAt = input.now;
+  return state;
+}
+
+}  // namespace korvalen

@@ -13,6 +13,7 @@
 #include "core/support/iso8601.hpp"
 #include "core/support/time_zone.hpp"
 
+#include <expected>
 #include <map>
 #include <optional>
 #include <string>
@@ -66,6 +67,12 @@ PlannerAnswer plan(const PlannerInput& input);
 // monitor's item under its identifier, the any-screen answer as `shared`, and the
 // screensaver-wide settings.
 SaverPlan saverPlan(const PlannerInput& input, const PlannerAnswer& answer, Date written);
+
+// The state after the user asked a monitor for its playlist's next item now: one step on,
+// with the next step a whole interval away. One line when the monitor follows no playlist
+// or a schedule decides its item.
+[[nodiscard]] std::expected<PlaybackState, std::string> skip(const PlannerInput& input, const PlannerAnswer& answer,
+                                                             const std::string& monitorId);
 
 }  // namespace WallpaperPlanner
 

@@ -63,6 +63,8 @@ namespace FlashingPaths {
 std::optional<FlashingPath> find(const std::vector<FlashingPath>& list, const std::optional<std::string>& path);
 // Newest first, one entry per path (ignoring case), at most `keep` long. A negative `keep`
 // is a programming error.
+// How many flashing files the settings remember, the most recent first.
+inline constexpr std::int64_t rememberedCount = 200;
 std::vector<FlashingPath> remember(const std::vector<FlashingPath>& list, const std::string& path, Date when,
                                    std::int64_t peak, std::int64_t keep);
 }  // namespace FlashingPaths

@@ -1,5 +1,7 @@
 #include "core/playback/playback_policy.hpp"
 
+#include "core/support/enum_words.hpp"
+
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -76,6 +78,15 @@ std::string_view toString(PlaybackMode mode) {
       return "stopped";
   }
   return "running";
+}
+
+std::optional<PlaybackMode> playbackModeNamed(std::string_view word) {
+  for (const auto mode : {PlaybackMode::running, PlaybackMode::paused, PlaybackMode::stopped}) {
+    if (toString(mode) == word) {
+      return mode;
+    }
+  }
+  return std::nullopt;
 }
 
 std::string MonitorPlayback::description() const {
@@ -199,6 +210,10 @@ namespace json {
 KORVALEN_CODING_FROM_FIELDS(MonitorActivity, activityFields)
 
 KORVALEN_CODING_FROM_FIELDS(SystemState, stateFields)
+
+Result<PlaybackMode> Coding<PlaybackMode>::decode(const Json& json, const Options&) {
+  return decodeWord<PlaybackMode>(json, playbackModeNamed, "playback mode");
+}
 
 Json Coding<MonitorPlayback>::encode(const MonitorPlayback& playback, const Options& options) {
   ObjectWriter out(options);

@@ -43,6 +43,7 @@ struct SystemState {
 
 enum class PlaybackMode { running, paused, stopped };
 std::string_view toString(PlaybackMode mode);
+std::optional<PlaybackMode> playbackModeNamed(std::string_view word);
 
 struct MonitorPlayback {
   std::string monitorId;
@@ -93,6 +94,7 @@ struct Coding<SystemState> {
 template <>
 struct Coding<PlaybackMode> {
   static Json encode(PlaybackMode mode, const Options&) { return std::string(toString(mode)); }
+  [[nodiscard]] static Result<PlaybackMode> decode(const Json& json, const Options& options);
 };
 template <>
 struct Coding<MonitorPlayback> {

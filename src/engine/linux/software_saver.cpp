@@ -584,6 +584,14 @@ void SaverLoop::finishWork(std::function<void()> task) {
   posted_.push_back(std::move(task));
   --working_;
   changed_.notify_all();
+  if (waker_) {
+    waker_();
+  }
+}
+
+bool SaverLoop::loading() {
+  std::lock_guard lock(mutex_);
+  return working_ > 0 || !posted_.empty();
 }
 
 void SaverLoop::wakeBy(double time) {

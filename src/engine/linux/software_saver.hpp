@@ -43,6 +43,11 @@ class SaverLoop final : public saver::MainLoop {
   [[nodiscard]] bool live() const { return live_; }
   // Something will change at `time` (a video's next frame): the host should look again then.
   void wakeBy(double time);
+  // Work begun and not yet landed on the loop (a load under way).
+  [[nodiscard]] bool loading();
+  // Called, from the posting thread, whenever work is posted: how a loop that sleeps in
+  // poll() learns that a load finished. Set before any work starts.
+  void setWaker(std::function<void()> waker) { waker_ = std::move(waker); }
   // When the loop next has something to do: the earliest timer or requested wake.
   [[nodiscard]] double nextWake();
 
@@ -63,6 +68,7 @@ class SaverLoop final : public saver::MainLoop {
   int working_ = 0;
   bool live_ = false;
   double wake_ = std::numeric_limits<double>::infinity();
+  std::function<void()> waker_;
 };
 
 // A layer of the CPU compositor.

@@ -55,6 +55,9 @@ class EventLoop {
   // The signal is blocked for the process and delivered here instead. Call before any other
   // thread starts, so none of them receives it.
   [[nodiscard]] std::expected<std::unique_ptr<Watch>, std::string> onSignal(int signal, std::function<void()> handler);
+  // Runs before every sleep: for connections that buffer what they send (flush) or read
+  // ahead of the descriptor (events already queued must be handled before poll waits).
+  [[nodiscard]] std::unique_ptr<Watch> beforeSleep(std::function<void()> hook);
   // Any thread: runs `task` on the loop soon.
   void post(std::function<void()> task);
 
@@ -81,6 +84,7 @@ class EventLoop {
 
   int wake_ = -1;  // eventfd that `post` writes
   std::map<std::uint64_t, Source> sources_;
+  std::map<std::uint64_t, std::function<void()>> hooks_;
   std::uint64_t nextID_ = 1;
   bool running_ = false;
   std::uint64_t wakeups_ = 0;

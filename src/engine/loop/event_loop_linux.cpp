@@ -53,6 +53,7 @@ std::uint64_t EventLoop::add(Source source) {
 }
 
 void EventLoop::remove(std::uint64_t id) {
+  hooks_.erase(id);
   const auto found = sources_.find(id);
   if (found == sources_.end()) {
     return;
@@ -165,11 +166,30 @@ void EventLoop::runPosted() {
   }
 }
 
+std::unique_ptr<EventLoop::Watch> EventLoop::beforeSleep(std::function<void()> hook) {
+  const auto id = nextID_++;
+  hooks_.emplace(id, std::move(hook));
+  return std::make_unique<Watch>(*this, id);
+}
+
 void EventLoop::run() {
   running_ = true;
   std::vector<pollfd> fds;
   std::vector<std::uint64_t> ids;
   while (running_) {
+    for (std::uint64_t done = 0; running_;) {
+      // A hook may add or remove others: go by id, in order.
+      const auto next = hooks_.upper_bound(done);
+      if (next == hooks_.end()) {
+        break;
+      }
+      done = next->first;
+      auto hook = next->second;
+      hook();
+    }
+    if (!running_) {
+      break;
+    }
     fds.clear();
     ids.clear();
     for (const auto& [id, source] : sources_) {

@@ -63,32 +63,68 @@ std::string describe(const MonitorAnswer& answer) {
                      toString(answer.reason), answer.held ? ", held" : "");
 }
 
+// What planning reads, read once.
+struct Inputs {
+  Settings::Read settings;
+  WallpaperLibrary::Loaded library;
+  std::optional<std::string> stateText;
+  PlaybackState::Read state;
+};
+
+std::expected<Inputs, std::string> readInputs(const PlannerFiles& files) {
+  auto stateText = files::read(files.state);
+  Inputs in{Settings::read(files.settings),
+            WallpaperLibrary::load(files.library),
+            stateText ? std::optional<std::string>(std::move(*stateText)) : std::nullopt,
+            {}};
+  if (in.settings.problem) {
+    return std::unexpected(fmt::format("{}: {}", files.settings.string(), *in.settings.problem));
+  }
+  if (in.library.problem) {
+    return std::unexpected(*in.library.problem);
+  }
+  if (in.stateText) {
+    in.state = PlaybackState::parse(*in.stateText);
+  }
+  return in;
+}
+
 }  // namespace
 
 std::expected<PlannerRun, std::string> plan(const PlannerFiles& files, const std::vector<std::string>& monitors,
                                             Date now, const TimeZone& zone) {
-  const auto settings = Settings::read(files.settings);
-  if (settings.problem) {
-    return std::unexpected(fmt::format("{}: {}", files.settings.string(), *settings.problem));
+  auto in = readInputs(files);
+  if (!in) {
+    return std::unexpected(in.error());
   }
-  auto loaded = WallpaperLibrary::load(files.library);
-  if (loaded.problem) {
-    return std::unexpected(*loaded.problem);
-  }
-  // Read once: parsed for the planner, and compared with what the planner would write.
-  const auto onDisk = files::read(files.state);
-  const auto saved = onDisk ? PlaybackState::parse(*onDisk) : PlaybackState::Read{};
   PlannerRun run;
-  run.notes = loaded.dropped;
-  run.notes.insert(run.notes.end(), saved.dropped.begin(), saved.dropped.end());
-  const PlannerInput input{settings.settings, loaded.library,          monitors, now, zone,
-                           saved.state,       stillsOf(loaded.library)};
+  run.notes = in->library.dropped;
+  run.notes.insert(run.notes.end(), in->state.dropped.begin(), in->state.dropped.end());
+  const PlannerInput input{in->settings.settings, in->library.library,          monitors, now, zone,
+                           in->state.state,       stillsOf(in->library.library)};
   run.answer = WallpaperPlanner::plan(input);
   run.plan = WallpaperPlanner::saverPlan(input, run.answer, now);
   run.notes.insert(run.notes.end(), run.answer.notes.begin(), run.answer.notes.end());
   run.planChanged = !run.plan.sameContent(SaverPlan::read(files.plan));
-  run.stateChanged = !onDisk || *onDisk != run.answer.state.serialize();
+  run.stateChanged = !in->stateText || *in->stateText != run.answer.state.serialize();
+  run.settings = std::move(in->settings.settings);
+  run.library = std::move(in->library.library);
   return run;
+}
+
+std::expected<void, std::string> skip(const PlannerFiles& files, const std::vector<std::string>& monitors, Date now,
+                                      const TimeZone& zone, const std::string& monitorId) {
+  auto in = readInputs(files);
+  if (!in) {
+    return std::unexpected(in.error());
+  }
+  const PlannerInput input{in->settings.settings, in->library.library, monitors, now, zone, in->state.state, {}};
+  const auto answer = WallpaperPlanner::plan(input);
+  auto skipped = WallpaperPlanner::skip(input, answer, monitorId);
+  if (!skipped) {
+    return std::unexpected(skipped.error());
+  }
+  return skipped->write(files.state);
 }
 
 std::expected<void, std::string> write(const PlannerFiles& files, const PlannerRun& run) {
@@ -227,6 +263,22 @@ void PlannerService::replan() {
       options_.log(timer.error());
     }
   }
+  if (options_.planned) {
+    options_.planned(*run);
+  }
+}
+
+void PlannerService::setMonitors(std::vector<std::string> monitors) {
+  options_.monitors = std::move(monitors);
+  replan();
+}
+
+std::expected<void, std::string> PlannerService::next(const std::string& monitorId) {
+  auto skipped = Planning::skip(options_.files, options_.monitors, options_.clock(), *options_.zone, monitorId);
+  if (skipped) {
+    replan();
+  }
+  return skipped;
 }
 
 }  // namespace korvalen::engine

@@ -36,9 +36,11 @@ struct PlannerFiles {
 struct PlannerRun {
   PlannerAnswer answer;
   SaverPlan plan;
-  bool planChanged = false;        // the plan on disk says something else (or there is none)
-  bool stateChanged = false;       // the state on disk is a different one
-  std::vector<std::string> notes;  // rows left out of the library, state entries dropped
+  bool planChanged = false;                 // the plan on disk says something else (or there is none)
+  bool stateChanged = false;                // the state on disk is a different one
+  std::vector<std::string> notes;           // rows left out of the library, state entries dropped
+  KorvalenSettings settings;                // what it planned from
+  std::optional<WallpaperLibrary> library;  // always set by `plan`
 };
 
 namespace Planning {
@@ -50,6 +52,10 @@ namespace Planning {
                                                           const TimeZone& zone);
 // Writes what changed: the plan (stamped `now`) and the state.
 [[nodiscard]] std::expected<void, std::string> write(const PlannerFiles& files, const PlannerRun& run);
+// Moves a monitor's playlist one item on (the user's "next") and saves the state; the next
+// planning shows it. One line when it cannot: no playlist there, a file that cannot be read.
+[[nodiscard]] std::expected<void, std::string> skip(const PlannerFiles& files, const std::vector<std::string>& monitors,
+                                                    Date now, const TimeZone& zone, const std::string& monitorId);
 // "dell|1920x1080 item 3 (activePlaylist); * item 3 (activePlaylist); next change ...".
 std::string summary(const PlannerRun& run);
 }  // namespace Planning
@@ -80,7 +86,8 @@ class PlannerService {
     std::vector<std::string> monitors;
     const TimeZone* zone = nullptr;
     std::function<Date()> clock;
-    std::function<void(const std::string&)> log;  // one line per rewrite or problem
+    std::function<void(const std::string&)> log;     // one line per rewrite or problem
+    std::function<void(const PlannerRun&)> planned;  // after every planning that worked
   };
   // Plans at once, then keeps the plan current. One line when it cannot watch its files.
   [[nodiscard]] static std::expected<std::unique_ptr<PlannerService>, std::string> start(EventLoop& loop,
@@ -89,13 +96,20 @@ class PlannerService {
   PlannerService(const PlannerService&) = delete;
   PlannerService& operator=(const PlannerService&) = delete;
 
+  // The monitors changed (one was plugged in or out): plans for these at once.
+  void setMonitors(std::vector<std::string> monitors);
+  // Plans at once, as after a file change.
+  void replan();
+  // The user's "next" for one monitor, then a planning.
+  [[nodiscard]] std::expected<void, std::string> next(const std::string& monitorId);
+  [[nodiscard]] const std::vector<std::string>& monitors() const { return options_.monitors; }
+
   // How many times it has planned, and written the plan.
   [[nodiscard]] std::uint64_t plannings() const { return plannings_; }
   [[nodiscard]] std::uint64_t rewrites() const { return rewrites_; }
 
  private:
   PlannerService(EventLoop& loop, Options options) : loop_(loop), options_(std::move(options)) {}
-  void replan();
   void fileChanged(const std::filesystem::path& folder, const std::string& name);
 
   EventLoop& loop_;

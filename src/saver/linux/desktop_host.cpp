@@ -3,8 +3,9 @@
 #include "core/diagnostics/log.hpp"
 #include "core/screensaver/saver_controller.hpp"
 #include "engine/linux/software_saver.hpp"
+#include "host/x11/x11_connection.hpp"
+#include "host/x11/x11_monitors.hpp"
 #include "saver/linux/sdl_sound.hpp"
-#include "saver/linux/x11_monitors.hpp"
 
 #include <SDL2/SDL.h>
 #include <X11/Xatom.h>
@@ -83,34 +84,6 @@ class StopSignals {
 
 // A window that goes away under us makes the server answer later requests with errors;
 // they are expected, and must not end the process as Xlib's default handler would.
-int onXError(Display*, XErrorEvent*) {
-  return 0;
-}
-
-// The display itself gone: nothing more can be drawn or asked, so say so and leave.
-int onXIOError(Display*) {
-  static constexpr char line[] = "korvalen: saver: the connection to the X display was lost\n";
-  [[maybe_unused]] const auto written = ::write(STDERR_FILENO, line, sizeof line - 1);
-  ::_exit(1);
-}
-
-struct DisplayCloser {
-  void operator()(Display* display) const { XCloseDisplay(display); }
-};
-using DisplayPtr = std::unique_ptr<Display, DisplayCloser>;
-
-std::expected<DisplayPtr, std::string> openDisplay() {
-  const char* name = std::getenv("DISPLAY");  // NOLINT(concurrency-mt-unsafe): nothing sets it meanwhile
-  if (name == nullptr || *name == '\0') {
-    return std::unexpected("no X display: DISPLAY is not set");
-  }
-  DisplayPtr display(XOpenDisplay(name));
-  if (!display) {
-    return std::unexpected(fmt::format("no X display: {} cannot be opened", name));
-  }
-  return display;
-}
-
 // SDL for presenting and sound only: its windows are ours or foreign, and the process's
 // signals are the host's.
 class SdlLibrary {
@@ -442,8 +415,6 @@ std::expected<void, std::string> runOnDesktop(const DesktopOptions& options) {
   if (!display) {
     return std::unexpected(display.error());
   }
-  XSetErrorHandler(onXError);
-  XSetIOErrorHandler(onXIOError);
   const SdlLibrary sdl;
   if (!sdl.ok()) {
     return std::unexpected(fmt::format("SDL cannot start its video: {}", SDL_GetError()));
@@ -458,15 +429,6 @@ std::expected<void, std::string> runOnDesktop(const DesktopOptions& options) {
     }
   }
   return result;
-}
-
-std::expected<std::vector<Monitor>, std::string> listMonitors() {
-  auto display = openDisplay();
-  if (!display) {
-    return std::unexpected(display.error());
-  }
-  XSetErrorHandler(onXError);
-  return monitorsOf(display->get());
 }
 
 std::expected<std::uint64_t, std::string> parseWindowID(std::string_view text, std::string_view what) {

@@ -8,6 +8,7 @@
 #pragma once
 
 #include "core/support/paths.hpp"
+#include "host/monitors.hpp"
 
 #include <cstdint>
 #include <expected>
@@ -33,20 +34,6 @@ struct DesktopOptions {
 // gone, or `seconds`; each view's controller then stops, and the host returns. One line when
 // it cannot start: no X display, a window that is not there.
 [[nodiscard]] std::expected<void, std::string> runOnDesktop(const DesktopOptions& options);
-
-// A monitor as RandR describes it, with the stable identifier plans are keyed by.
-struct Monitor {
-  int screen = 0;      // the X screen it belongs to
-  std::string output;  // RandR's name: "HDMI-1", "eDP-1", "screen" under Xvfb
-  long x = 0;          // in its screen's root window coordinates
-  long y = 0;
-  long width = 0;
-  long height = 0;
-  std::string id;
-};
-
-// The monitors of the display in DISPLAY; one line when there is no display.
-[[nodiscard]] std::expected<std::vector<Monitor>, std::string> listMonitors();
 
 // An X window id as XScreenSaver and xwininfo write it: "0x2a00007" or decimal.
 [[nodiscard]] std::expected<std::uint64_t, std::string> parseWindowID(std::string_view text, std::string_view what);

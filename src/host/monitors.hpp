@@ -1,0 +1,25 @@
+// The monitors of the X display, as both desktop programs see them. No X11 type appears here.
+#pragma once
+
+#include <expected>
+#include <string>
+#include <vector>
+
+namespace korvalen::host {
+
+// A monitor as RandR 1.5 describes it, with the stable identifier plans are keyed by.
+struct Monitor {
+  int screen = 0;      // the X screen it belongs to
+  std::string output;  // RandR's name for it: "HDMI-1", "eDP-1", "screen" under Xvfb, or a monitor's own
+  long x = 0;          // in its screen's root window coordinates
+  long y = 0;
+  long width = 0;
+  long height = 0;
+  std::string id;
+  bool operator==(const Monitor&) const = default;
+};
+
+// The monitors of the display in DISPLAY; one line when there is no display.
+[[nodiscard]] std::expected<std::vector<Monitor>, std::string> listMonitors();
+
+}  // namespace korvalen::host

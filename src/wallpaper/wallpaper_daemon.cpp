@@ -1,0 +1,599 @@
+#include "wallpaper/wallpaper_daemon.hpp"
+
+#include "core/app/settings_coding.hpp"
+#include "core/app/settings_diff.hpp"
+#include "core/desktop/monitor_identity.hpp"
+#include "core/wallpaper/control_protocol.hpp"
+#include "core/wallpaper/playback_controller.hpp"
+#include "host/session/system_watcher.hpp"
+#include "saver/linux/sdl_sound.hpp"
+#include "wallpaper/control_server.hpp"
+#include "wallpaper/monitor_session.hpp"
+
+#include <SDL.h>
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <algorithm>
+#include <csignal>
+#include <map>
+
+namespace korvalen::wallpaper {
+
+namespace {
+
+// The display sleeping sends no event: it is read this often, and only while something plays.
+constexpr std::chrono::seconds dpmsInterval{10};
+
+// A settings edit merged into what is on disk, so an edit another program saved meanwhile
+// survives. Nothing is written when the file cannot be read or nothing changed.
+std::expected<void, std::string> editSettings(const std::filesystem::path& path,
+                                              const std::function<KorvalenSettings(const KorvalenSettings&)>& edit) {
+  const auto before = Settings::read(path);
+  if (before.problem) {
+    return std::unexpected(fmt::format("{}: {}; left as it is", path.string(), *before.problem));
+  }
+  const auto to = edit(before.settings);
+  const auto now = Settings::read(path);
+  if (now.problem) {
+    return std::unexpected(fmt::format("{}: {}; left as it is", path.string(), *now.problem));
+  }
+  const auto merged = SettingsDiff::apply(now.settings, before.settings, to).sanitised();
+  if (merged == now.settings && !now.missing) {
+    return {};
+  }
+  return Settings::save(merged, path);
+}
+
+class Daemon {
+ public:
+  explicit Daemon(const WallpaperOptions& options) : options_(options) {}
+  ~Daemon() {
+    sessions_.clear();
+    if (sdlAudio_) {
+      SDL_QuitSubSystem(SDL_INIT_AUDIO);
+    }
+  }
+  Daemon(const Daemon&) = delete;
+  Daemon& operator=(const Daemon&) = delete;
+
+  std::expected<void, std::string> start() {
+    auto loop = engine::EventLoop::make();
+    if (!loop) {
+      return std::unexpected(loop.error());
+    }
+    loop_ = std::move(*loop);
+    // Before any thread starts, so that none of them takes these signals.
+    for (const int signal : {SIGINT, SIGTERM}) {
+      auto watch = loop_->onSignal(signal, [this] { loop_->quit(); });
+      if (!watch) {
+        return std::unexpected(watch.error());
+      }
+      watches_.push_back(std::move(*watch));
+    }
+    const auto path = socketPath(options_.environment);
+    if (!path) {
+      return std::unexpected(path.error());
+    }
+    auto server =
+        ControlServer::start(*loop_, *path, [this](const ControlRequest& request) { return answer(request); });
+    if (!server) {
+      if (server.error().find("is in use by pid") != std::string::npos) {
+        return std::unexpected(
+            fmt::format("a live wallpaper is running already ({}); stop it with "
+                        "\"korvalen wallpaper stop\"",
+                        server.error()));
+      }
+      return std::unexpected(server.error());
+    }
+    server_ = std::move(*server);
+    auto lock = engine::PlannerLock::acquire(options_.files.settings.parent_path(), "korvalen wallpaper");
+    if (!lock) {
+      return std::unexpected(lock.error());
+    }
+    lock_.emplace(std::move(*lock));
+
+    host::WallpaperDisplay::Events events;
+    events.monitorsChanged = [this] { monitorsChanged(); };
+    events.windowsChanged = [this] { later(windowsDirty_); };
+    events.exposed = [this] {
+      for (auto& [id, session] : sessions_) {
+        session->redraw();
+      }
+      later(tickDue_);
+    };
+    auto display = host::openX11Wallpaper(*loop_, options_.placement, std::move(events));
+    if (!display) {
+      return std::unexpected(display.error());
+    }
+    display_ = std::move(*display);
+    display_->onReady([this](const std::string&) { later(tickDue_); });
+
+    if (SDL_InitSubSystem(SDL_INIT_AUDIO) == 0) {
+      sdlAudio_ = true;
+      sound_ = host::makeSdlSound();
+    }
+    system_ = host::SystemWatcher::start(*loop_, [this] { later(evaluateDue_); });
+    for (const auto& note : system_->notes()) {
+      say(note);
+    }
+    makeSessions();
+    readWindows();
+
+    engine::PlannerService::Options planner{options_.files,
+                                            monitorIDs(),
+                                            options_.zone,
+                                            options_.clock,
+                                            [this](const std::string& line) { say(line); },
+                                            [this](const engine::PlannerRun& run) { planned(run); }};
+    auto service = engine::PlannerService::start(*loop_, std::move(planner));
+    if (!service) {
+      return std::unexpected(service.error());
+    }
+    planner_ = std::move(*service);
+    if (options_.seconds) {
+      auto timer = loop_->after(std::chrono::milliseconds(static_cast<std::int64_t>(*options_.seconds * 1000)),
+                                [this] { loop_->quit(); });
+      if (timer) {
+        watches_.push_back(std::move(*timer));
+      }
+    }
+    say(fmt::format("playing on {} monitor(s) as {}; control at {}", sessions_.size(),
+                    host::toString(display_->placement()), path->string()));
+    return {};
+  }
+
+  void run() {
+    loop_->run();
+    say("stopped");
+  }
+
+ private:
+  void say(const std::string& line) const {
+    if (options_.log) {
+      options_.log(line);
+    }
+  }
+
+  [[nodiscard]] double now() const {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - started_).count();
+  }
+
+  // Several causes in one turn of the loop become one piece of work.
+  void later(bool& flag) {
+    if (flag) {
+      return;
+    }
+    flag = true;
+    loop_->post([this] { work(); });
+  }
+
+  void work() {
+    if (windowsDirty_) {
+      windowsDirty_ = false;
+      readWindows();
+      evaluateDue_ = true;
+    }
+    if (evaluateDue_) {
+      evaluateDue_ = false;
+      evaluate();
+    }
+    tickDue_ = false;
+    tick();
+  }
+
+  [[nodiscard]] std::vector<std::string> monitorIDs() const {
+    std::vector<std::string> ids;
+    for (const auto& monitor : display_->monitors()) {
+      ids.push_back(monitor.id);
+    }
+    return ids;
+  }
+
+  void makeSessions() {
+    std::map<std::string, std::unique_ptr<MonitorSession>> next;
+    for (const auto& monitor : display_->monitors()) {
+      auto found = sessions_.find(monitor.id);
+      if (found != sessions_.end()) {
+        if (found->second->monitor() != monitor) {
+          found->second->setMonitor(monitor);
+        }
+        next.emplace(monitor.id, std::move(found->second));
+      } else {
+        next.emplace(monitor.id, std::make_unique<MonitorSession>(monitor, sound_, options_.environment, [this] {
+                       loop_->post([this] { later(tickDue_); });
+                     }));
+        say(fmt::format("monitor {} at {}x{}+{}+{}", monitor.id, monitor.width, monitor.height, monitor.x, monitor.y));
+      }
+    }
+    for (const auto& [id, session] : sessions_) {
+      if (session && !next.contains(id)) {
+        say(fmt::format("monitor {} is gone", id));
+      }
+    }
+    sessions_ = std::move(next);
+  }
+
+  void monitorsChanged() {
+    makeSessions();
+    readWindows();
+    if (planner_) {
+      planner_->setMonitors(monitorIDs());  // plans, which re-evaluates
+    }
+    later(evaluateDue_);
+  }
+
+  void readWindows() { windows_ = display_->windows(); }
+
+  void planned(const engine::PlannerRun& run) {
+    run_ = run;
+    // A monitor whose item changed is no longer known to flash.
+    for (auto it = flashing_.begin(); it != flashing_.end();) {
+      const auto answer = answerFor(it->first);
+      it = answer.itemID != it->second ? flashing_.erase(it) : std::next(it);
+    }
+    later(evaluateDue_);
+  }
+
+  [[nodiscard]] MonitorAnswer answerFor(const std::string& id) const {
+    if (!run_) {
+      return {};
+    }
+    for (const auto& answer : run_->answer.monitors) {
+      if (answer.monitorId == id) {
+        return answer;
+      }
+    }
+    return run_->answer.shared;
+  }
+
+  [[nodiscard]] std::optional<Look> lookFor(const MonitorDirective& directive) const {
+    if (!run_ || !directive.itemID) {
+      return std::nullopt;
+    }
+    const auto& plan = run_->plan;
+    const auto found = plan.screens.find(directive.monitorId);
+    const auto& content = found != plan.screens.end() ? std::optional(found->second) : plan.shared;
+    if (!content) {
+      return std::nullopt;
+    }
+    Look look{*directive.itemID, *content, plan};
+    // What the other screens show is not this monitor's business.
+    look.plan.screens.clear();
+    look.plan.shared.reset();
+    look.plan.chosen.reset();
+    look.plan.written = Date{};
+    look.plan.sound = false;
+    return look;
+  }
+
+  void evaluate() {
+    if (!run_) {
+      return;
+    }
+    const auto session = system_->state();
+    SystemState system;
+    system.onBattery = session.onBattery;
+    system.powerSaving = session.powerSaving;
+    system.locked = session.locked;
+    system.remoteSession = session.remote;
+    system.suspended = session.suspended;
+    system.displayOff = displayOff_;
+    std::vector<MonitorInfo> infos;
+    for (const auto& m : display_->monitors()) {
+      if (sessions_.contains(m.id)) {
+        infos.push_back(MonitorInfo{m.id, m.x, m.y, m.width, m.height});
+      }
+    }
+    const auto activity =
+        windows_ ? ActivityClassifier::classify(infos, windows_->windows, false) : std::vector<MonitorActivity>{};
+    ControllerInput input{run_->settings, *run_->library, run_->answer, system, {}};
+    for (std::size_t i = 0; i < infos.size(); ++i) {
+      MonitorFacts facts;
+      facts.activity = i < activity.size() ? activity[i] : MonitorActivity{infos[i].deviceName};
+      if (windows_) {
+        if (const auto covered = windows_->coveredBy.find(infos[i].deviceName); covered != windows_->coveredBy.end()) {
+          facts.coveredBy = covered->second;
+        }
+      }
+      facts.flashing = flashing_.contains(infos[i].deviceName);
+      input.monitors.push_back(std::move(facts));
+    }
+    directives_ = PlaybackController::decide(input);
+    const double t = now();
+    std::vector<std::string> runningIncoming;
+    std::int64_t live = 0;
+    for (const auto& [id, s] : sessions_) {
+      live += s->decoders();
+    }
+    bool anyRunning = false;
+    for (const auto& directive : directives_.monitors) {
+      auto& target = *sessions_.at(directive.monitorId);
+      const auto look = lookFor(directive);
+      std::optional<PlaybackController::Handover> handover;
+      if (look && target.itemID() && target.itemID() != look->itemID) {
+        const auto* incoming = run_->library->find(look->itemID);
+        const auto* outgoing = run_->library->find(*target.itemID());
+        PlaybackController::HandoverInput choice{
+            run_->settings.transitions,
+            incoming != nullptr ? incoming->transitionID : std::nullopt,
+            outgoing != nullptr ? outgoing->transitionID : std::nullopt,
+            system.reducedMotion,
+            look->content.kind == WallpaperKind::video,
+            false,
+            live,
+            static_cast<std::int64_t>(sessions_.size()) +
+                std::max<std::int64_t>(run_->settings.transitions.maxConcurrent, 1),
+            runningIncoming,
+            look->itemID};
+        handover = PlaybackController::chooseHandover(choice);
+        if (handover) {
+          runningIncoming.push_back(look->itemID);
+          if (handover->note) {
+            say(*handover->note);
+          }
+        }
+      }
+      const auto before = target.itemID();
+      target.show(look, handover, t);
+      target.setMode(directive.mode, directive.soundLevel, directives_.rate, t);
+      if (before != target.itemID()) {
+        say(fmt::format("monitor {}: {}{}", directive.monitorId,
+                        target.itemID() ? fmt::format("item {}", *target.itemID()) : std::string("nothing"),
+                        handover ? fmt::format(" through {}", handover->effect.id) : std::string()));
+      }
+      const auto state = fmt::format("{}{}", toString(directive.mode),
+                                     directive.reason ? fmt::format(" ({})", *directive.reason) : std::string());
+      if (reported_[directive.monitorId] != state) {
+        reported_[directive.monitorId] = state;
+        say(fmt::format("monitor {}: {}", directive.monitorId, state));
+      }
+      anyRunning = anyRunning || directive.mode == PlaybackMode::running;
+    }
+    rememberLast();
+    watchDisplaySleep(anyRunning);
+    later(tickDue_);
+  }
+
+  // What shows on the first monitor, kept as the last wallpaper so a restart starts there.
+  void rememberLast() {
+    if (directives_.monitors.empty() || !run_) {
+      return;
+    }
+    const auto& first = directives_.monitors.front();
+    const auto* item = first.itemID ? run_->library->find(*first.itemID) : nullptr;
+    const auto last = run_->settings.lastWallpaper.value_or(LastWallpaper{});
+    if (item == nullptr || last.itemID == item->id) {
+      return;
+    }
+    const auto content = run_->library->contentOf(*item);
+    auto edited = editSettings(options_.files.settings, [&](const KorvalenSettings& from) {
+      auto to = from;
+      auto next = from.lastWallpaper.value_or(LastWallpaper{});
+      next.kind = item->kind;
+      next.path = run_->library->pathOf(*item).string();
+      next.fit = content.fit;
+      next.mirrorHorizontal = content.mirrorHorizontal;
+      next.mirrorVertical = content.mirrorVertical;
+      next.itemID = item->id;
+      to.lastWallpaper = next;
+      return to;
+    });
+    if (!edited) {
+      say(fmt::format("the last wallpaper cannot be remembered: {}", edited.error()));
+    }
+  }
+
+  void watchDisplaySleep(bool anyRunning) {
+    if (!anyRunning) {
+      dpms_.reset();
+      return;
+    }
+    if (dpms_) {
+      return;
+    }
+    auto timer = loop_->after(dpmsInterval, [this] {
+      dpms_.reset();
+      const bool asleep = display_->displayAsleep().value_or(false);
+      if (asleep != displayOff_) {
+        displayOff_ = asleep;
+        later(evaluateDue_);
+      } else {
+        watchDisplaySleep(std::any_of(directives_.monitors.begin(), directives_.monitors.end(),
+                                      [](const MonitorDirective& d) { return d.mode == PlaybackMode::running; }));
+      }
+    });
+    if (timer) {
+      dpms_ = std::move(*timer);
+    }
+  }
+
+  // Draws what is due and sleeps until the next frame any monitor needs.
+  void tick() {
+    frame_.reset();
+    const double t = now();
+    double next = MonitorSession::never;
+    const auto cap = directives_.fpsCap;
+    for (auto& [id, session] : sessions_) {
+      next = std::min(next, session->frame(t, *display_, cap));
+      if (const auto peak = session->takeFlashTrip()) {
+        flashed(id, *peak);
+      }
+    }
+    if (next == MonitorSession::never) {
+      return;
+    }
+    const auto delay = std::chrono::nanoseconds(static_cast<std::int64_t>(std::max(next - now(), 0.001) * 1e9));
+    auto timer = loop_->after(delay, [this] { tick(); });
+    if (timer) {
+      frame_ = std::move(*timer);
+    }
+  }
+
+  void flashed(const std::string& monitorId, std::int64_t peak) {
+    if (!run_) {
+      return;
+    }
+    const auto answer = answerFor(monitorId);
+    const auto decision = PlaybackController::flashResponse(run_->settings.accessibility, answer);
+    say(fmt::format("monitor {}: item {} flashes ({} flashes/s at the peak): {}", monitorId,
+                    answer.itemID.value_or("?"), peak, decision.explanation));
+    if (const auto* item = answer.itemID ? run_->library->find(*answer.itemID) : nullptr) {
+      const auto path = run_->library->pathOf(*item).string();
+      const auto when = options_.clock();
+      auto edited = editSettings(options_.files.settings, [&](const KorvalenSettings& from) {
+        auto to = from;
+        to.flashingPaths =
+            FlashingPaths::remember(from.flashingPaths, path, when, peak, FlashingPaths::rememberedCount);
+        return to;
+      });
+      if (!edited) {
+        say(fmt::format("{} flashes, but the settings could not remember it: {}", path, edited.error()));
+      }
+    }
+    if (decision.outcome == FlashOutcome::skipToNext) {
+      if (auto skipped = planner_->next(monitorId); !skipped) {
+        say(skipped.error());
+      }
+      return;
+    }
+    flashing_[monitorId] = answer.itemID;
+    later(evaluateDue_);
+  }
+
+  std::vector<std::string> targets(const ControlRequest& request, std::string& problem) const {
+    std::vector<std::string> ids;
+    if (!request.monitor) {
+      for (const auto& [id, s] : sessions_) {
+        ids.push_back(id);
+      }
+      return ids;
+    }
+    if (!sessions_.contains(*request.monitor)) {
+      problem = fmt::format("no monitor {}; the monitors are {}", *request.monitor, fmt::join(monitorIDs(), ", "));
+      return {};
+    }
+    return {*request.monitor};
+  }
+
+  ControlReply answer(const ControlRequest& request) {
+    switch (request.command) {
+      case Command::status:
+        return status();
+      case Command::pause:
+      case Command::resume: {
+        std::string problem;
+        const auto ids = targets(request, problem);
+        if (!problem.empty()) {
+          return {false, problem, {}};
+        }
+        const bool pause = request.command == Command::pause;
+        auto edited = editSettings(options_.files.settings, [&](const KorvalenSettings& from) {
+          auto to = from;
+          for (const auto& id : ids) {
+            auto assignment = MonitorAssignments::effectiveFor(from.monitorWallpapers, monitorIDs(), id)
+                                  .value_or(MonitorAssignment{});
+            assignment.paused = pause;
+            to.monitorWallpapers = MonitorAssignments::with(to.monitorWallpapers, id, assignment);
+          }
+          return to;
+        });
+        if (!edited) {
+          return {false, edited.error(), {}};
+        }
+        planner_->replan();
+        return {true, fmt::format("{} {}", pause ? "paused" : "resumed", fmt::join(ids, ", ")), {}};
+      }
+      case Command::next: {
+        std::string problem;
+        const auto ids = targets(request, problem);
+        if (!problem.empty()) {
+          return {false, problem, {}};
+        }
+        std::vector<std::string> moved;
+        std::vector<std::string> problems;
+        for (const auto& id : ids) {
+          if (auto skipped = planner_->next(id); skipped) {
+            moved.push_back(id);
+          } else {
+            problems.push_back(skipped.error());
+          }
+        }
+        if (moved.empty()) {
+          return {false, fmt::format("{}", fmt::join(problems, "; ")), {}};
+        }
+        return {true, fmt::format("next item on {}", fmt::join(moved, ", ")), {}};
+      }
+      case Command::reload:
+        planner_->replan();
+        readWindows();
+        later(evaluateDue_);
+        return {true, "reloaded the settings and the library", {}};
+      case Command::stop:
+        loop_->quit();
+        return {true, "stopping", {}};
+    }
+    return {false, "unknown command", {}};
+  }
+
+  ControlReply status() const {
+    ControlReply reply{
+        true, fmt::format("{} monitor(s) as {}", sessions_.size(), host::toString(display_->placement())), {}};
+    const double t = now();
+    for (const auto& directive : directives_.monitors) {
+      const auto found = sessions_.find(directive.monitorId);
+      if (found == sessions_.end()) {
+        continue;
+      }
+      MonitorStatus entry{directive.monitorId,
+                          found->second->mode(),
+                          directive.muted || directive.soundLevel <= 0,
+                          directive.reason,
+                          found->second->itemID(),
+                          directive.userPaused,
+                          found->second->framesPerSecond(t)};
+      reply.monitors.push_back(std::move(entry));
+    }
+    if (!windows_) {
+      reply.message += "; the window manager keeps no window list, so windows pause nothing";
+    }
+    return reply;
+  }
+
+  const WallpaperOptions& options_;
+  const std::chrono::steady_clock::time_point started_ = std::chrono::steady_clock::now();
+  std::unique_ptr<engine::EventLoop> loop_;
+  std::vector<std::unique_ptr<engine::EventLoop::Watch>> watches_;
+  std::unique_ptr<ControlServer> server_;
+  std::optional<engine::PlannerLock> lock_;
+  std::unique_ptr<host::WallpaperDisplay> display_;
+  std::unique_ptr<host::SystemWatcher> system_;
+  std::unique_ptr<engine::PlannerService> planner_;
+  std::shared_ptr<engine::SoundOutput> sound_;
+  bool sdlAudio_ = false;
+  std::map<std::string, std::unique_ptr<MonitorSession>> sessions_;
+  std::optional<host::DesktopWindows> windows_;
+  std::optional<engine::PlannerRun> run_;
+  Directives directives_;
+  std::map<std::string, std::optional<std::string>> flashing_;  // monitor -> the item that flashed
+  std::map<std::string, std::string> reported_;
+  bool displayOff_ = false;
+  bool windowsDirty_ = false;
+  bool evaluateDue_ = false;
+  bool tickDue_ = false;
+  std::unique_ptr<engine::EventLoop::Watch> frame_;
+  std::unique_ptr<engine::EventLoop::Watch> dpms_;
+};
+
+}  // namespace
+
+std::expected<void, std::string> runWallpaper(const WallpaperOptions& options) {
+  Daemon daemon(options);
+  if (auto started = daemon.start(); !started) {
+    return started;
+  }
+  daemon.run();
+  return {};
+}
+
+}  // namespace korvalen::wallpaper
