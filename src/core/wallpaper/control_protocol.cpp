@@ -51,7 +51,7 @@ std::expected<ControlRequest, std::string> parseRequest(std::string_view line) {
   const auto named = commandNamed(word);
   if (!named) {
     return std::unexpected(
-        fmt::format("unknown command \"{}\"; the commands are status, pause, resume, next, "
+        fmt::format("unknown command {}; the commands are status, pause, resume, next, "
                     "reload and stop",
                     json::compact(word)));
   }

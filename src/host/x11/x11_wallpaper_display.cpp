@@ -232,6 +232,9 @@ class X11WallpaperDisplay final : public WallpaperDisplay {
       surface->image->put(rootPixmap_, gc_, static_cast<int>(surface->monitor.x), static_cast<int>(surface->monitor.y));
       XClearArea(display_.get(), root_, static_cast<int>(surface->monitor.x), static_cast<int>(surface->monitor.y),
                  static_cast<unsigned>(surface->monitor.width), static_cast<unsigned>(surface->monitor.height), False);
+      // A compositor paints the background from the pixmap the property names, and reads it
+      // again only when the property is set: set it again for every frame.
+      announceRootPixmap();
     } else {
       surface->image->put(surface->window, gc_, 0, 0);
     }
@@ -455,16 +458,20 @@ class X11WallpaperDisplay final : public WallpaperDisplay {
     XSetForeground(display, gc_, BlackPixel(display, screen));
     XFillRectangle(display, rootPixmap_, gc_, 0, 0, width, height);
     XSetWindowBackgroundPixmap(display, root_, rootPixmap_);
-    for (const Atom property : {atoms_.rootPixmap, atoms_.setRootPixmap}) {
-      XChangeProperty(display, root_, property, XA_PIXMAP, 32, PropModeReplace,
-                      reinterpret_cast<const unsigned char*>(&rootPixmap_), 1);
-    }
+    announceRootPixmap();
     XClearWindow(display, root_);
     if (old != None) {
       XFreePixmap(display, old);
     }
     // Pictures of the old size go with it.
     surfaces_.clear();
+  }
+
+  void announceRootPixmap() {
+    for (const Atom property : {atoms_.rootPixmap, atoms_.setRootPixmap}) {
+      XChangeProperty(display_.get(), root_, property, XA_PIXMAP, 32, PropModeReplace,
+                      reinterpret_cast<const unsigned char*>(&rootPixmap_), 1);
+    }
   }
 
   void restoreRoot() {

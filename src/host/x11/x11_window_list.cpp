@@ -88,6 +88,29 @@ std::string programOf(Display* display, Window window) {
   return name.empty() ? std::string("another program") : name;
 }
 
+// The window manager's frame around a client (its child of the root): its edges are what
+// covers the desktop, title bar and borders included.
+Window frameOf(Display* display, Window root, Window window) {
+  Window current = window;
+  for (int depth = 0; depth < 16; ++depth) {
+    Window rootReturn = None;
+    Window parent = None;
+    Window* children = nullptr;
+    unsigned count = 0;
+    if (XQueryTree(display, current, &rootReturn, &parent, &children, &count) == 0) {
+      break;
+    }
+    if (children != nullptr) {
+      XFree(children);
+    }
+    if (parent == root || parent == None) {
+      return current;
+    }
+    current = parent;
+  }
+  return current;
+}
+
 }  // namespace
 
 X11WindowList::X11WindowList(Display* display)
@@ -102,7 +125,7 @@ bool X11WindowList::available() const {
 
 bool X11WindowList::supportsDesktopWindows() const {
   const auto supported = listOf(display_, root_, atoms_->supported, XA_ATOM);
-  return has(supported, atoms_->type) && has(supported, atoms_->clientList);
+  return has(supported, atoms_->typeDesktop) && has(supported, atoms_->clientList);
 }
 
 bool X11WindowList::concerns(const XEvent& event) {
@@ -165,16 +188,23 @@ std::optional<DesktopWindows> X11WindowList::read(const std::set<Window>& ours, 
     }
     const auto state = listOf(display_, window, atoms_->state, XA_ATOM);
     const auto type = listOf(display_, window, atoms_->type, XA_ATOM);
-    int x = 0;
-    int y = 0;
-    Window child = None;
-    XTranslateCoordinates(display_, window, root_, 0, 0, &x, &y, &child);
+    XWindowAttributes frame = attributes;
+    if (const Window outer = frameOf(display_, root_, window); outer != window) {
+      if (XGetWindowAttributes(display_, outer, &frame) == 0) {
+        frame = attributes;
+      }
+    } else {
+      // Unframed: its place is its own, in root coordinates already.
+      Window child = None;
+      XTranslateCoordinates(display_, window, root_, 0, 0, &frame.x, &frame.y, &child);
+      frame.border_width = 0;
+    }
     WindowSnapshot snapshot;
     snapshot.id = static_cast<std::int64_t>(window);
-    snapshot.left = x;
-    snapshot.top = y;
-    snapshot.right = x + attributes.width;
-    snapshot.bottom = y + attributes.height;
+    snapshot.left = frame.x;
+    snapshot.top = frame.y;
+    snapshot.right = frame.x + frame.width + 2 * frame.border_width;
+    snapshot.bottom = frame.y + frame.height + 2 * frame.border_width;
     const bool fullscreen = has(state, atoms_->fullscreen);
     snapshot.isForeground = active && *active == client;
     snapshot.isMaximized = !fullscreen && has(state, atoms_->maximizedVert) && has(state, atoms_->maximizedHorz);

@@ -6,6 +6,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <functional>
 
 namespace korvalen {
 namespace {
@@ -433,6 +434,69 @@ TEST(WallpaperPlanner, TheSameAnswerLaterIsTheSamePlan) {
   const auto later = world.saverPlan(noon + 29min);
   EXPECT_TRUE(later.sameContent(first));
   EXPECT_FALSE(world.saverPlan(noon + 30min).sameContent(first));
+}
+
+}  // namespace
+}  // namespace korvalen
+
+namespace korvalen {
+namespace {
+
+TEST(WallpaperPlannerSkip, MovesAPlaylistOneItemOnAndTimesTheNextStepFromNow) {
+  World world;
+  world.playlist("Mix", {"1", "2", "3"}, 30);
+  world.settings.activePlaylist = "Mix";
+  world.monitors = {"a|1x1"};
+  const auto start = utc("2026-05-01T10:00:00Z");
+  const auto first = world.step(start);
+  ASSERT_EQ(first.monitors[0].itemID, "1");
+  const auto at = utc("2026-05-01T10:07:00Z");
+  const PlannerInput input{world.settings, world.library, world.monitors, at, *world.zone, world.state, {}};
+  const auto skipped = WallpaperPlanner::skip(input, WallpaperPlanner::plan(input), "a|1x1");
+  ASSERT_TRUE(skipped.has_value()) << skipped.error();
+  world.state = *skipped;
+  const auto after = world.plan(at);
+  EXPECT_EQ(after.monitors[0].itemID, "2");
+  // A whole interval from the skip, not from the playlist's last step.
+  EXPECT_EQ(after.monitors[0].until, at + 30min);
+}
+
+TEST(WallpaperPlannerSkip, SaysWhyThereIsNoNextItem) {
+  struct Case {
+    const char* name;
+    std::function<void(World&)> setUp;
+    const char* says;
+  };
+  const std::vector<Case> cases{
+      {"one item assigned",
+       [](World& w) {
+         w.settings.monitorWallpapers["a|1x1"] = MonitorAssignment{"2", {}, false};
+       },
+       "shows one item, not a playlist"},
+      {"a schedule decides",
+       [](World& w) {
+         w.playlist("Day", {"1", "2"}, 30, false, {{TimeOfDay{7, 0}, "1"}, {TimeOfDay{19, 0}, "2"}});
+         w.settings.activePlaylist = "Day";
+       },
+       "follows its schedule"},
+      {"a playlist of one",
+       [](World& w) {
+         w.playlist("Solo", {"3"}, 30);
+         w.settings.activePlaylist = "Solo";
+       },
+       "has one item to show"},
+  };
+  for (const auto& c : cases) {
+    World world;
+    world.monitors = {"a|1x1"};
+    c.setUp(world);
+    const auto at = utc("2026-05-01T10:00:00Z");
+    world.step(at);
+    const PlannerInput input{world.settings, world.library, world.monitors, at, *world.zone, world.state, {}};
+    const auto skipped = WallpaperPlanner::skip(input, WallpaperPlanner::plan(input), "a|1x1");
+    ASSERT_FALSE(skipped.has_value()) << c.name;
+    EXPECT_THAT(skipped.error(), HasSubstr(c.says)) << c.name;
+  }
 }
 
 }  // namespace

@@ -1,0 +1,507 @@
+// The live wallpaper on a real X server: Xvfb with two RandR monitors on one screen, real
+// window managers (openbox, i3) and a compositor (picom), real clients (xclock) moved about
+// with wmctrl, the real korvalen executable, and what the server shows read back from it.
+#include "engine/process.hpp"
+#include "support/clips.hpp"
+#include "support/temp_folder.hpp"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <X11/Xatom.h>
+#include <X11/Xlib.h>
+#include <X11/Xutil.h>
+#include <signal.h>
+#include <sys/stat.h>
+
+#include <fmt/format.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <fstream>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <thread>
+
+namespace korvalen {
+namespace {
+
+using ::testing::HasSubstr;
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+using Json = nlohmann::json;
+
+struct Rgb {
+  int r = 0;
+  int g = 0;
+  int b = 0;
+};
+bool near(Rgb a, Rgb b) {
+  return std::abs(a.r - b.r) <= 40 && std::abs(a.g - b.g) <= 40 && std::abs(a.b - b.b) <= 40;
+}
+std::ostream& operator<<(std::ostream& os, Rgb c) {
+  return os << "rgb(" << c.r << "," << c.g << "," << c.b << ")";
+}
+constexpr Rgb red{255, 0, 0};
+constexpr Rgb blue{0, 0, 255};
+
+struct DisplayCloser {
+  void operator()(Display* display) const { XCloseDisplay(display); }
+};
+
+// A long-running child and everything it has said so far.
+struct Running {
+  engine::ChildProcess child;
+  std::string out;
+  std::string err;
+  void pump(std::chrono::milliseconds wait = 0ms) { child.pump(out, err, wait); }
+  bool said(const std::string& text, std::chrono::milliseconds limit = 20s) {
+    const auto until = Clock::now() + limit;
+    while (err.find(text) == std::string::npos) {
+      if (Clock::now() >= until) {
+        return false;
+      }
+      child.pump(out, err, 50ms);
+    }
+    return true;
+  }
+};
+
+// Two clips made once for the whole suite.
+struct Clips {
+  testing::TempFolder folder;
+  std::string red;
+  std::string blue;
+};
+Clips& clips() {
+  static Clips c;
+  static const bool made = [] {
+    const auto ffmpeg = testing::ffmpegOnPath();
+    for (const auto* colour : {"red", "blue"}) {
+      const auto path = (c.folder / (std::string(colour) + ".mp4")).string();
+      const auto done =
+          engine::run(ffmpeg, {"-v", "error", "-f", "lavfi", "-i", std::string("color=c=") + colour + ":s=160x120:r=10",
+                               "-t", "4", "-c:v", "libx264", "-pix_fmt", "yuv444p", path});
+      EXPECT_TRUE(done && done->exitCode == 0);
+      (std::string(colour) == "red" ? c.red : c.blue) = path;
+    }
+    return true;
+  }();
+  EXPECT_TRUE(made);
+  return c;
+}
+
+class LiveWallpaper : public ::testing::Test {
+ protected:
+  static constexpr int monitorWidth = 320;
+  static constexpr int monitorHeight = 240;
+
+  void SetUp() override {
+    const char* path = std::getenv("PATH");  // NOLINT(concurrency-mt-unsafe): before any thread
+    searchPath_ = path == nullptr ? "/usr/bin:/bin" : path;
+    for (const auto* needed : {"Xvfb", "xrandr", "openbox", "wmctrl", "xclock"}) {
+      ASSERT_TRUE(engine::findExecutable(needed, searchPath_)) << needed << " is needed (scripts/setup.sh)";
+    }
+    auto started =
+        engine::ChildProcess::start(*engine::findExecutable("Xvfb", searchPath_),
+                                    {"-displayfd", "1", "-screen", "0", "640x240x24", "-nolisten", "tcp", "-noreset"});
+    ASSERT_TRUE(started.has_value()) << started.error();
+    xvfb_ = std::make_unique<Running>(Running{std::move(*started), "", ""});
+    const auto until = Clock::now() + 10s;
+    while (xvfb_->out.find('\n') == std::string::npos && Clock::now() < until) {
+      xvfb_->pump(100ms);
+    }
+    ASSERT_NE(xvfb_->out.find('\n'), std::string::npos) << "Xvfb did not start: " << xvfb_->err;
+    displayName_ = ":" + xvfb_->out.substr(0, xvfb_->out.find('\n'));
+    setMonitor("LEFT", 0, "screen");
+    setMonitor("RIGHT", monitorWidth, "none");
+    display_.reset(XOpenDisplay(displayName_.c_str()));
+    ASSERT_NE(display_, nullptr);
+    std::filesystem::create_directories(folder_ / "run");
+    ::chmod((folder_ / "run").c_str(), 0700);
+    std::filesystem::create_directories(folder_ / "power");
+    ASSERT_EQ(korvalen({"library", "add", clips().red, clips().blue}).exitCode, 0);
+  }
+
+  void TearDown() override {
+    for (auto it = children_.rbegin(); it != children_.rend(); ++it) {
+      (*it)->child.terminate();
+    }
+    children_.clear();
+    display_.reset();
+    if (xvfb_) {
+      xvfb_->child.terminate();
+    }
+  }
+
+  void setMonitor(const std::string& name, int x, const std::string& output) {
+    const auto done = engine::run(*engine::findExecutable("xrandr", searchPath_),
+                                  {"-d", displayName_, "--setmonitor", name,
+                                   fmt::format("{}/85x{}/64+{}+0", monitorWidth, monitorHeight, x), output});
+    ASSERT_TRUE(done && done->exitCode == 0) << (done ? done->error : done.error());
+  }
+  void deleteMonitor(const std::string& name) {
+    const auto done =
+        engine::run(*engine::findExecutable("xrandr", searchPath_), {"-d", displayName_, "--delmonitor", name});
+    ASSERT_TRUE(done && done->exitCode == 0);
+  }
+
+  std::vector<std::string> environment() const {
+    return {"DISPLAY=" + displayName_,
+            "HOME=" + folder_.path().string(),
+            "XDG_DATA_HOME=" + (folder_ / "data").string(),
+            "XDG_RUNTIME_DIR=" + (folder_ / "run").string(),
+            "SDL_AUDIODRIVER=dummy",
+            "DBUS_SESSION_BUS_ADDRESS=disabled:",
+            "DBUS_SYSTEM_BUS_ADDRESS=" + systemBus_,
+            "KORVALEN_POWER_SUPPLY=" + (folder_ / "power").string(),
+            "TZ=UTC"};
+  }
+  std::vector<std::string> command(const std::string& program, const std::vector<std::string>& arguments) const {
+    auto all = environment();
+    all.push_back(program);
+    all.insert(all.end(), arguments.begin(), arguments.end());
+    return all;
+  }
+
+  engine::Finished korvalen(const std::vector<std::string>& arguments) {
+    const auto finished = engine::run("/usr/bin/env", command(KORVALEN_EXECUTABLE, arguments));
+    return finished ? *finished : engine::Finished{-1, "", finished.error()};
+  }
+  engine::Finished tool(const std::string& name, const std::vector<std::string>& arguments) {
+    const auto found = engine::findExecutable(name, searchPath_);
+    if (!found) {
+      return engine::Finished{-1, "", name + " is not on PATH"};
+    }
+    const auto finished = engine::run("/usr/bin/env", command(found->string(), arguments));
+    return finished ? *finished : engine::Finished{-1, "", finished.error()};
+  }
+  Running& start(const std::string& program, const std::vector<std::string>& arguments) {
+    auto started = engine::ChildProcess::start("/usr/bin/env", command(program, arguments));
+    if (!started) {
+      ADD_FAILURE() << started.error();
+      std::abort();
+    }
+    children_.push_back(std::make_unique<Running>(Running{std::move(*started), "", ""}));
+    return *children_.back();
+  }
+  Running& startTool(const std::string& name, const std::vector<std::string>& arguments) {
+    return start(engine::findExecutable(name, searchPath_).value_or(name).string(), arguments);
+  }
+  // A window manager, ready once it has claimed the screen.
+  void windowManager(const std::string& name, const std::vector<std::string>& arguments = {}) {
+    startTool(name, arguments);
+    const Atom check = XInternAtom(display_.get(), "_NET_SUPPORTING_WM_CHECK", False);
+    const Atom supported = XInternAtom(display_.get(), "_NET_SUPPORTED", False);
+    ASSERT_TRUE(waitUntil([&] { return hasProperty(check) || hasProperty(supported); }, 10s)) << name;
+  }
+  bool hasProperty(Atom property) {
+    Atom type = None;
+    int format = 0;
+    unsigned long count = 0;
+    unsigned long after = 0;
+    unsigned char* data = nullptr;
+    XGetWindowProperty(display_.get(), DefaultRootWindow(display_.get()), property, 0, 1, False, AnyPropertyType, &type,
+                       &format, &count, &after, &data);
+    if (data != nullptr) {
+      XFree(data);
+    }
+    return type != None;
+  }
+  Running& wallpaper(const std::vector<std::string>& arguments = {}) {
+    std::vector<std::string> all{"wallpaper"};
+    all.insert(all.end(), arguments.begin(), arguments.end());
+    auto& running = start(KORVALEN_EXECUTABLE, all);
+    EXPECT_TRUE(running.said("playing on")) << running.err;
+    return running;
+  }
+
+  void settings(const std::vector<std::string>& edits) {
+    std::vector<std::string> arguments{"settings", "set"};
+    arguments.insert(arguments.end(), edits.begin(), edits.end());
+    const auto done = korvalen(arguments);
+    ASSERT_EQ(done.exitCode, 0) << done.error;
+  }
+
+  // `wallpaper status --json`, one entry per monitor in the display's order.
+  Json status() {
+    const auto done = korvalen({"wallpaper", "status", "--json"});
+    if (done.exitCode != 0) {
+      ADD_FAILURE() << done.error;
+      return Json::array();
+    }
+    return Json::parse(done.output, nullptr, false);
+  }
+  // Waits for `check` over the status; false (with the last status) after `limit`.
+  ::testing::AssertionResult statusSays(const std::function<bool(const Json&)>& check,
+                                        std::chrono::milliseconds limit = 5s) {
+    Json last;
+    if (waitUntil([&] { return check(last = status()); }, limit)) {
+      return ::testing::AssertionSuccess();
+    }
+    return ::testing::AssertionFailure() << "status: " << last.dump();
+  }
+  static bool modes(const Json& s, const char* left, const char* right) {
+    return s.is_array() && s.size() == 2 && s[0]["mode"] == left && s[1]["mode"] == right;
+  }
+
+  bool waitUntil(const std::function<bool()>& done, std::chrono::milliseconds limit) {
+    const auto until = Clock::now() + limit;
+    while (!done()) {
+      if (Clock::now() >= until) {
+        return false;
+      }
+      for (auto& child : children_) {
+        child->pump();
+      }
+      std::this_thread::sleep_for(50ms);
+    }
+    return true;
+  }
+
+  Rgb shown(int x, int y) {
+    XSync(display_.get(), False);
+    XImage* image = XGetImage(display_.get(), DefaultRootWindow(display_.get()), x, y, 1, 1, AllPlanes, ZPixmap);
+    if (image == nullptr) {
+      return {-1, -1, -1};
+    }
+    const auto pixel = XGetPixel(image, 0, 0);
+    XDestroyImage(image);
+    return {static_cast<int>((pixel >> 16) & 0xff), static_cast<int>((pixel >> 8) & 0xff),
+            static_cast<int>(pixel & 0xff)};
+  }
+  ::testing::AssertionResult shows(Rgb colour, int x, int y, std::chrono::milliseconds limit = 10s) {
+    Rgb seen;
+    if (waitUntil([&] { return near(seen = shown(x, y), colour); }, limit)) {
+      return ::testing::AssertionSuccess();
+    }
+    return ::testing::AssertionFailure() << "at " << x << "," << y << " the server shows " << seen;
+  }
+
+  // A clock on the left monitor, mapped and listed by the window manager.
+  void clockOnTheLeft(const std::string& title) {
+    startTool("xclock", {"-geometry", "120x80+40+40", "-title", title});
+    ASSERT_TRUE(waitUntil([&] { return tool("wmctrl", {"-l"}).output.find(title) != std::string::npos; }, 10s));
+  }
+  void wm(const std::vector<std::string>& arguments) {
+    const auto done = tool("wmctrl", arguments);
+    ASSERT_EQ(done.exitCode, 0) << done.error;
+  }
+
+  // Both monitors show red: item 1 in a playlist of its own.
+  void redEverywhere() {
+    settings({"activePlaylist=Reds", R"(playlists=[{"name":"Reds","itemIDs":["1"],"intervalMinutes":60}])"});
+  }
+
+  testing::TempFolder folder_;
+  std::string displayName_;
+  std::string systemBus_ = "unix:path=/nonexistent/korvalen-test-bus";
+  std::unique_ptr<Display, DisplayCloser> display_;
+  std::string searchPath_;
+
+ private:
+  std::unique_ptr<Running> xvfb_;
+  std::vector<std::unique_ptr<Running>> children_;
+};
+
+TEST_F(LiveWallpaper, PlaysBehindClientsAndAFullScreenWindowPausesOnlyItsMonitor) {
+  windowManager("openbox");
+  redEverywhere();
+  auto& running = wallpaper();
+  EXPECT_THAT(running.err, HasSubstr("as desktop"));
+  ASSERT_TRUE(shows(red, 160, 200));
+  ASSERT_TRUE(shows(red, 480, 120));
+  ASSERT_TRUE(statusSays([](const Json& s) { return modes(s, "running", "running"); }));
+
+  clockOnTheLeft("clockA");
+  // The clock is drawn over the wallpaper, which still shows around it.
+  EXPECT_FALSE(near(shown(100, 80), red)) << shown(100, 80);
+  EXPECT_TRUE(near(shown(20, 200), red)) << shown(20, 200);
+  ASSERT_TRUE(statusSays([](const Json& s) { return modes(s, "running", "running"); }));
+
+  const auto sent = Clock::now();
+  wm({"-r", "clockA", "-b", "add,fullscreen"});
+  ASSERT_TRUE(statusSays([](const Json& s) { return modes(s, "paused", "running"); }));
+  EXPECT_LT(Clock::now() - sent, 1500ms);
+  auto s = status();
+  EXPECT_EQ(s[0]["reason"], "fullscreen");
+  EXPECT_EQ(s[0]["userPaused"], false);
+  EXPECT_FALSE(s[1].contains("reason"));
+  // Paused decodes and shows nothing.
+  ASSERT_TRUE(statusSays([](const Json& st) { return st[0]["framesPerSecond"] == 0 && st[1]["framesPerSecond"] > 0; }));
+
+  wm({"-r", "clockA", "-b", "remove,fullscreen"});
+  ASSERT_TRUE(statusSays([](const Json& st) { return modes(st, "running", "running"); }));
+
+  // Judged for all monitors: one full-screen window pauses both.
+  settings({"power.perMonitor=false"});
+  wm({"-r", "clockA", "-b", "add,fullscreen"});
+  ASSERT_TRUE(statusSays([](const Json& st) { return modes(st, "paused", "paused"); }));
+  EXPECT_EQ(status()[1]["reason"], "fullscreen");
+  wm({"-r", "clockA", "-b", "remove,fullscreen"});
+  ASSERT_TRUE(statusSays([](const Json& st) { return modes(st, "running", "running"); }));
+}
+
+TEST_F(LiveWallpaper, AFullScreenWindowOnAnotherWorkspacePausesNothing) {
+  windowManager("openbox");
+  redEverywhere();
+  wallpaper();
+  clockOnTheLeft("clockB");
+  wm({"-r", "clockB", "-t", "1"});
+  wm({"-r", "clockB", "-b", "add,fullscreen"});
+  // Long enough for a pause to have shown.
+  std::this_thread::sleep_for(700ms);
+  EXPECT_TRUE(modes(status(), "running", "running")) << status().dump();
+  // Going to that workspace brings it into sight.
+  wm({"-s", "1"});
+  ASSERT_TRUE(statusSays([](const Json& s) { return modes(s, "paused", "running"); }));
+  wm({"-s", "0"});
+  ASSERT_TRUE(statusSays([](const Json& s) { return modes(s, "running", "running"); }));
+}
+
+TEST_F(LiveWallpaper, TheUsersPauseOutlastsTheWindowsAndARestartAndSigtermEndsItCleanly) {
+  windowManager("openbox");
+  redEverywhere();
+  auto* running = &wallpaper();
+  const auto left = status()[0]["monitorId"].get<std::string>();
+  const auto paused = korvalen({"wallpaper", "pause", "--monitor", left});
+  ASSERT_EQ(paused.exitCode, 0) << paused.error;
+  ASSERT_TRUE(statusSays([](const Json& s) { return modes(s, "paused", "running") && s[0]["userPaused"] == true; }));
+  EXPECT_EQ(status()[0]["reason"], "paused by you");
+
+  clockOnTheLeft("clockC");
+  wm({"-r", "clockC", "-b", "add,fullscreen"});
+  ASSERT_TRUE(statusSays([](const Json& s) { return s[0]["reason"] == "paused by you, fullscreen"; }));
+  wm({"-r", "clockC", "-b", "remove,fullscreen"});
+  ASSERT_TRUE(statusSays([](const Json& s) { return s[0]["reason"] == "paused by you"; }));
+  EXPECT_EQ(status()[0]["mode"], "paused");
+
+  // SIGTERM: gone within a second, status 0, its windows and socket with it.
+  const auto sent = Clock::now();
+  ASSERT_EQ(::kill(running->child.pid(), SIGTERM), 0);
+  const int code = running->child.wait(running->out, running->err);
+  EXPECT_EQ(code, 0) << running->err;
+  EXPECT_LT(Clock::now() - sent, 1000ms);
+  EXPECT_FALSE(std::filesystem::exists(folder_ / "run" / "korvalen-wallpaper.sock"));
+  EXPECT_THAT(tool("wmctrl", {"-l"}).output, ::testing::Not(HasSubstr("Korvalen wallpaper")));
+
+  running = &wallpaper();
+  ASSERT_TRUE(statusSays([](const Json& s) { return modes(s, "paused", "running") && s[0]["userPaused"] == true; }));
+  ASSERT_EQ(korvalen({"wallpaper", "resume"}).exitCode, 0);
+  ASSERT_TRUE(statusSays([](const Json& s) { return modes(s, "running", "running") && s[0]["userPaused"] == false; }));
+}
+
+TEST_F(LiveWallpaper, APlannerChangeHandsOverThroughATransition) {
+  windowManager("openbox");
+  settings({"activePlaylist=Mix", R"(playlists=[{"name":"Mix","itemIDs":["1","2"],"intervalMinutes":60}])",
+            "transitions.enabled=true", "transitions.defaultId=crossBlend", "transitions.seconds=3"});
+  auto& running = wallpaper();
+  ASSERT_TRUE(shows(red, 160, 120));
+  ASSERT_EQ(korvalen({"wallpaper", "next", "--monitor", status()[0]["monitorId"].get<std::string>()}).exitCode, 0);
+  // Half-way through a cross-blend the picture is neither the red nor the blue clip.
+  bool between = false;
+  const auto until = Clock::now() + 6s;
+  while (Clock::now() < until && !near(shown(160, 120), blue)) {
+    const auto seen = shown(160, 120);
+    between = between || (seen.r > 60 && seen.b > 60 && !near(seen, red) && !near(seen, blue));
+    std::this_thread::sleep_for(20ms);
+  }
+  EXPECT_TRUE(between) << running.err;
+  EXPECT_TRUE(shows(blue, 160, 120));
+  // The other monitor was not asked to move on.
+  EXPECT_TRUE(near(shown(480, 120), red)) << shown(480, 120);
+  EXPECT_TRUE(running.said("through crossBlend"));
+}
+
+TEST_F(LiveWallpaper, MonitorsAddedAndRemovedAreFollowed) {
+  windowManager("openbox");
+  redEverywhere();
+  auto& running = wallpaper();
+  ASSERT_TRUE(shows(red, 480, 120));
+  deleteMonitor("RIGHT");
+  ASSERT_TRUE(statusSays([](const Json& s) { return s.size() == 1 && s[0]["mode"] == "running"; }));
+  EXPECT_TRUE(running.said("is gone"));
+  setMonitor("RIGHT", monitorWidth, "none");
+  ASSERT_TRUE(statusSays([](const Json& s) { return modes(s, "running", "running"); }));
+  EXPECT_TRUE(shows(red, 480, 120));
+  EXPECT_TRUE(near(shown(160, 120), red));
+}
+
+TEST_F(LiveWallpaper, UnderATilingWindowManagerItStaysAnUnmanagedWindowBeneathEverything) {
+  if (!engine::findExecutable("i3", searchPath_)) {
+    GTEST_SKIP() << "i3 is not installed";
+  }
+  const auto config = folder_ / "i3.conf";
+  std::ofstream(config) << "default_border none\n";
+  windowManager("i3", {"-c", config.string()});
+  redEverywhere();
+  settings({"power.onOccluded=pause"});
+  auto& running = wallpaper();
+  EXPECT_THAT(running.err, HasSubstr("as below"));
+  ASSERT_TRUE(shows(red, 160, 120));
+  ASSERT_TRUE(shows(red, 480, 120));
+  EXPECT_THAT(tool("wmctrl", {"-l"}).output, ::testing::Not(HasSubstr("Korvalen")));
+  // A tiled client covers the monitor it opens on: that one pauses, the other plays on.
+  startTool("xclock", {"-title", "tiled"});
+  ASSERT_TRUE(statusSays([](const Json& s) { return modes(s, "paused", "running") || modes(s, "running", "paused"); }));
+  const bool left = status()[0]["mode"] == "paused";
+  EXPECT_FALSE(near(shown(left ? 160 : 480, 120), red));
+  EXPECT_TRUE(near(shown(left ? 480 : 160, 120), red));
+}
+
+TEST_F(LiveWallpaper, UnderACompositorItStillShowsAsADesktopWindowOrInTheRootWindow) {
+  windowManager("openbox");
+  redEverywhere();
+  ASSERT_TRUE(engine::findExecutable("picom", searchPath_)) << "picom is needed (scripts/setup.sh)";
+  startTool("picom", {"--backend", "xrender", "--config", "/dev/null"});
+  auto* desktop = &wallpaper();
+  EXPECT_THAT(desktop->err, HasSubstr("as desktop"));
+  ASSERT_TRUE(shows(red, 160, 120));
+  ASSERT_TRUE(shows(red, 480, 120));
+  ASSERT_EQ(korvalen({"wallpaper", "stop"}).exitCode, 0);
+  EXPECT_EQ(desktop->child.wait(desktop->out, desktop->err), 0);
+  ASSERT_TRUE(waitUntil([&] { return !near(shown(160, 120), red); }, 5s));
+
+  auto& running = wallpaper({"--placement", "root"});
+  EXPECT_THAT(running.err, HasSubstr("as root"));
+  ASSERT_TRUE(shows(red, 160, 120));
+  ASSERT_TRUE(shows(red, 480, 120));
+  const Atom rootPixmap = XInternAtom(display_.get(), "_XROOTPMAP_ID", False);
+  const Atom setRoot = XInternAtom(display_.get(), "ESETROOT_PMAP_ID", False);
+  EXPECT_TRUE(hasProperty(rootPixmap));
+  EXPECT_TRUE(hasProperty(setRoot));
+  ASSERT_EQ(korvalen({"wallpaper", "stop"}).exitCode, 0);
+  EXPECT_EQ(running.child.wait(running.out, running.err), 0);
+  EXPECT_FALSE(hasProperty(rootPixmap));
+  EXPECT_FALSE(hasProperty(setRoot));
+}
+
+TEST_F(LiveWallpaper, OneWallpaperAtATimeAndOnlyItsOwnUserGetsAnAnswer) {
+  redEverywhere();
+  auto& first = wallpaper();
+  const auto second = korvalen({"wallpaper", "--seconds", "5"});
+  EXPECT_EQ(second.exitCode, 1);
+  EXPECT_THAT(second.error, HasSubstr("a live wallpaper is running already"));
+  EXPECT_THAT(second.error, HasSubstr(std::to_string(first.child.pid())));
+
+  struct stat info {};
+  ASSERT_EQ(::stat((folder_ / "run" / "korvalen-wallpaper.sock").c_str(), &info), 0);
+  EXPECT_EQ(info.st_mode & 0777, 0600U);
+  // Another user cannot even connect.
+  if (engine::findExecutable("setpriv", searchPath_) && ::getuid() == 0) {
+    ::chmod((folder_ / "run").c_str(), 0755);
+    const auto other = tool(
+        "setpriv", {"--reuid=65534", "--regid=65534", "--clear-groups", KORVALEN_EXECUTABLE, "wallpaper", "status"});
+    EXPECT_NE(other.exitCode, 0);
+    EXPECT_THAT(other.error, HasSubstr("Permission denied"));
+  }
+  EXPECT_EQ(korvalen({"wallpaper", "status"}).exitCode, 0);
+  const auto unknown = korvalen({"wallpaper", "pause", "--monitor", "nowhere|1x1"});
+  EXPECT_EQ(unknown.exitCode, 1);
+  EXPECT_THAT(unknown.error, HasSubstr("no monitor nowhere|1x1"));
+}
+
+}  // namespace
+}  // namespace korvalen
