@@ -150,6 +150,7 @@ class LiveWallpaper : public ::testing::Test {
 
   std::vector<std::string> environment() const {
     return {"DISPLAY=" + displayName_,
+            "XDG_SESSION_ID=c1",
             "HOME=" + folder_.path().string(),
             "XDG_DATA_HOME=" + (folder_ / "data").string(),
             "XDG_RUNTIME_DIR=" + (folder_ / "run").string(),
@@ -501,6 +502,98 @@ TEST_F(LiveWallpaper, OneWallpaperAtATimeAndOnlyItsOwnUserGetsAnAnswer) {
   const auto unknown = korvalen({"wallpaper", "pause", "--monitor", "nowhere|1x1"});
   EXPECT_EQ(unknown.exitCode, 1);
   EXPECT_THAT(unknown.error, HasSubstr("no monitor nowhere|1x1"));
+}
+
+// A private system bus with python3-dbusmock's UPower and logind on it, for the wallpaper to
+// watch as it would the machine's own.
+TEST_F(LiveWallpaper, BatteryLockAndSleepFromTheSystemBusPauseAndResumeIt) {
+  for (const auto* needed : {"dbus-daemon", "dbus-send"}) {
+    ASSERT_TRUE(engine::findExecutable(needed, searchPath_)) << needed << " is needed (scripts/setup.sh)";
+  }
+  ASSERT_TRUE(std::filesystem::exists("/usr/bin/python3"));
+  const auto socket = folder_ / "system_bus";
+  const auto config = folder_ / "bus.conf";
+  std::ofstream(config) << "<!DOCTYPE busconfig PUBLIC \"-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN\" "
+                           "\"http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd\">\n"
+                           "<busconfig><type>system</type><listen>unix:path="
+                        << socket.string()
+                        << "</listen><auth>EXTERNAL</auth><policy context=\"default\"><allow user=\"*\"/>"
+                           "<allow send_destination=\"*\" eavesdrop=\"true\"/><allow eavesdrop=\"true\"/>"
+                           "<allow own=\"*\"/></policy></busconfig>\n";
+  startTool("dbus-daemon", {"--config-file=" + config.string(), "--nofork", "--nopidfile"});
+  systemBus_ = "unix:path=" + socket.string();
+  ASSERT_TRUE(waitUntil([&] { return std::filesystem::exists(socket); }, 10s));
+  start("/usr/bin/python3", {"-m", "dbusmock", "--system", "--template", "upower"});
+  start("/usr/bin/python3", {"-m", "dbusmock", "--system", "--template", "logind"});
+  const auto onBus = [&](const std::string& name) {
+    return tool("dbus-send", {"--system", "--print-reply", "--dest=org.freedesktop.DBus", "/org/freedesktop/DBus",
+                              "org.freedesktop.DBus.ListNames"})
+               .output.find(name) != std::string::npos;
+  };
+  ASSERT_TRUE(waitUntil([&] { return onBus("org.freedesktop.UPower") && onBus("org.freedesktop.login1"); }, 20s));
+  ASSERT_EQ(tool("dbus-send", {"--system", "--print-reply", "--dest=org.freedesktop.login1", "/org/freedesktop/login1",
+                               "org.freedesktop.DBus.Mock.AddSession", "string:c1", "string:seat0", "uint32:0",
+                               "string:root", "boolean:true"})
+                .exitCode,
+            0);
+  // Mock calls whose arguments dbus-send cannot spell (dictionaries of variants).
+  const auto mock = [&](const std::string& path, const std::string& call) {
+    const auto code = "import dbus; b = dbus.bus.BusConnection('" + systemBus_ +
+                      "'); o = b.get_object('org.freedesktop.' + ('UPower' if 'UPower' in '" + path +
+                      "' else 'login1'), '" + path + "'); o." + call + "";
+    const auto done = tool("/usr/bin/python3", {"-c", code});
+    ASSERT_EQ(done.exitCode, 0) << done.error;
+  };
+  const auto battery = [&](bool on) {
+    mock("/org/freedesktop/UPower", std::string("UpdateProperties('org.freedesktop.UPower', {'OnBattery': ") +
+                                        (on ? "True" : "False") + "}, dbus_interface='org.freedesktop.DBus.Mock')");
+  };
+  const auto lowest = [](const Json& s) {
+    return std::min(s[0]["framesPerSecond"].get<double>(), s[1]["framesPerSecond"].get<double>());
+  };
+
+  redEverywhere();
+  settings({"power.onBattery=keepRunning", "power.fpsCapOnBattery=4", "power.onLocked=pause"});
+  auto& running = start(KORVALEN_EXECUTABLE, {"wallpaper"});
+  ASSERT_TRUE(running.said("playing on")) << running.err;
+  EXPECT_THAT(running.err, HasSubstr("power from UPower"));
+  ASSERT_TRUE(statusSays([&](const Json& s) { return modes(s, "running", "running") && lowest(s) >= 8; }));
+
+  // On battery, running on: the battery's frame-rate cap.
+  battery(true);
+  ASSERT_TRUE(statusSays([&](const Json& s) {
+    return modes(s, "running", "running") && s[0]["framesPerSecond"] <= 5 && s[1]["framesPerSecond"] <= 5 &&
+           lowest(s) > 0;
+  }));
+  // The user's battery action, then back on mains power.
+  settings({"power.onBattery=pause"});
+  ASSERT_TRUE(statusSays([](const Json& s) { return modes(s, "paused", "paused") && s[0]["reason"] == "on battery"; }));
+  battery(false);
+  ASSERT_TRUE(statusSays([&](const Json& s) { return modes(s, "running", "running") && lowest(s) >= 8; }));
+
+  // The session locked and unlocked.
+  const std::string session = "/org/freedesktop/login1/session/c1";
+  ASSERT_EQ(tool("dbus-send", {"--system", "--print-reply", "--dest=org.freedesktop.login1", session,
+                               "org.freedesktop.login1.Session.SetLockedHint", "boolean:true"})
+                .exitCode,
+            0);
+  ASSERT_TRUE(statusSays([](const Json& s) { return modes(s, "paused", "paused") && s[0]["reason"] == "locked"; }));
+  ASSERT_EQ(tool("dbus-send", {"--system", "--print-reply", "--dest=org.freedesktop.login1", session,
+                               "org.freedesktop.login1.Session.SetLockedHint", "boolean:false"})
+                .exitCode,
+            0);
+  ASSERT_TRUE(statusSays([](const Json& s) { return modes(s, "running", "running"); }));
+
+  // Sleep and wake: nothing stays paused after it.
+  const auto sleep = [&](bool going) {
+    mock("/org/freedesktop/login1", std::string("EmitSignal('org.freedesktop.login1.Manager', 'PrepareForSleep', "
+                                                "'b', [") +
+                                        (going ? "True" : "False") + "], dbus_interface='org.freedesktop.DBus.Mock')");
+  };
+  sleep(true);
+  ASSERT_TRUE(statusSays([](const Json& s) { return modes(s, "paused", "paused") && s[0]["reason"] == "suspending"; }));
+  sleep(false);
+  ASSERT_TRUE(statusSays([&](const Json& s) { return modes(s, "running", "running") && lowest(s) >= 8; }));
 }
 
 }  // namespace
