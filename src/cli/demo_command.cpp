@@ -1,6 +1,7 @@
 // `korvalen demo`: a guided run over a sample plan in a throw-away Korvalen folder.
 #include "cli/arguments.hpp"
 #include "cli/commands.hpp"
+#include "core/app/settings_coding.hpp"
 #include "core/library/schedule_editing.hpp"
 #include "core/library/wallpaper_library.hpp"
 #include "core/planning/wallpaper_planner.hpp"
@@ -11,6 +12,8 @@
 #include "engine/ping_pong_builder.hpp"
 #include "engine/process.hpp"
 #include "saver/linux/desktop_host.hpp"
+#include "wallpaper/wallpaper_daemon.hpp"
+#include "wallpaper/wallpaper_recording.hpp"
 
 #include <fmt/format.h>
 
@@ -222,6 +225,78 @@ std::filesystem::path freshName(const std::string& stem, const std::string& exte
   }
 }
 
+constexpr double wallpaperHandover = 2;  // seconds into the wallpaper's part
+constexpr double handoverSeconds = 1.2;
+
+// The live wallpaper recorded headless: two monitors (320x180 each) in the middle of the
+// movie's frame; the left one shows the clip and hands over to the animated image through a
+// cross-blend, the right one shows the animated image and is paused for a second and a half.
+std::int64_t recordWallpaperDemo(engine::FrameWriter& writer, const WallpaperLibrary& library,
+                                 const paths::Environment& environment, std::int64_t width, std::int64_t height,
+                                 double fps) {
+  const std::int64_t side = width / 2;
+  const std::int64_t tall = side * 9 / 16;
+  const std::vector<host::Monitor> monitors{{0, "LEFT", 0, (height - tall) / 2, side, tall, "LEFT|320x180"},
+                                            {0, "RIGHT", side, (height - tall) / 2, side, tall, "RIGHT|320x180"}};
+  const auto& dusk = library.items().front();
+  const auto& life = library.items().back();
+  const auto look = [&](const LibraryItem& item, const std::string& monitor) {
+    SaverPlan plan;
+    plan.shared.reset();
+    return wallpaper::Look{item.id, SaverContent::from(library.contentOf(item), monitor, item.title, 0, std::nullopt),
+                           plan};
+  };
+  auto crossBlend = TransitionRegistry::find("crossBlend");
+  std::vector<wallpaper::RecordedChange> changes{
+      {0, monitors[0].id, look(dusk, monitors[0].id), std::nullopt, PlaybackMode::running},
+      {0, monitors[1].id, look(life, monitors[1].id), std::nullopt, PlaybackMode::running},
+      {wallpaperHandover, monitors[0].id, look(life, monitors[0].id),
+       wallpaper::PlaybackController::Handover{*crossBlend, handoverSeconds, std::nullopt}, PlaybackMode::running},
+      {2.5, monitors[1].id, std::nullopt, std::nullopt, PlaybackMode::paused},
+      {4, monitors[1].id, std::nullopt, std::nullopt, PlaybackMode::running},
+  };
+  return wallpaper::recordWallpaper([&writer](const engine::Picture& frame) { return writer.write(frame); }, width,
+                                    height, monitors, std::move(changes), 5, fps, environment);
+}
+
+// The live wallpaper behind the windows for a few seconds, from a settings file and the
+// demo's library, in a Korvalen folder of its own (its own socket and planner lock).
+void showLiveWallpaper(std::ostream& out, const std::filesystem::path& folder, const WallpaperLibrary& library,
+                       const Context& context) {
+  constexpr double seconds = 5;
+  out << fmt::format("\nThe live wallpaper behind your windows for {} s, on every monitor:\n", seconds);
+  engine::PlannerFiles files;
+  files.settings = folder / "wallpaper" / "settings.json";
+  files.library = library.folder();
+  files.plan = folder / "wallpaper" / SaverPlan::fileName;
+  files.state = folder / "wallpaper" / PlaybackState::fileName;
+  const auto run = folder / "wallpaper" / "run";
+  std::error_code error;
+  std::filesystem::create_directories(run, error);
+  std::filesystem::permissions(run, std::filesystem::perms::owner_all, error);
+  KorvalenSettings settings;
+  settings.playlists.push_back(Playlist{"Demo", {library.items().front().id, library.items().back().id}, 1, false, {}});
+  settings.activePlaylist = "Demo";
+  if (auto saved = Settings::save(settings, files.settings); !saved) {
+    out << "  " << saved.error() << "\n";
+    return;
+  }
+  wallpaper::WallpaperOptions options;
+  options.files = files;
+  options.environment = [base = context.environment, run = run.string()](std::string_view name) {
+    return name == "XDG_RUNTIME_DIR" ? std::optional<std::string>(run) : base(name);
+  };
+  const auto& zone = *findTimeZone("UTC");
+  options.zone = &zone;
+  options.clock = context.now;
+  options.seconds = seconds;
+  options.log = [&out](const std::string& line) { out << "  " << line << "\n"; };
+  const LogToStream logs(out, "  ");
+  if (auto ran = wallpaper::runWallpaper(options); !ran) {
+    out << "  the live wallpaper could not start: " << ran.error() << "\n";
+  }
+}
+
 // The screensaver itself: a generated clip with sound, then a generated animated image, in a
 // window when there is a display, else written headless into a video kept for watching.
 void showSaver(std::ostream& out, const std::filesystem::path& folder, const Context& context, bool headless) {
@@ -277,6 +352,10 @@ void showSaver(std::ostream& out, const std::filesystem::path& folder, const Con
   const auto& dusk = library.items().front();
   const auto& life = library.items().back();
   library.setFit(life.id, FitMode::fit);  // an adjustment, as `korvalen library set` makes
+  if (auto saved = library.save(); !saved) {
+    out << "  " << saved.error() << "\n";
+    return;
+  }
   const auto planPath = folder / "saver" / SaverPlan::fileName;
   // The planner decides what the plan says: an evening schedule plays the clip from 18:00
   // and the animated picture from 21:00; the screensaver plays sound at 30%.
@@ -334,6 +413,7 @@ void showSaver(std::ostream& out, const std::filesystem::path& folder, const Con
       }
     }
     if (shown) {
+      showLiveWallpaper(out, folder, library, context);
       return;
     }
   }
@@ -349,6 +429,8 @@ void showSaver(std::ostream& out, const std::filesystem::path& folder, const Con
   }
   out << "  no display: the screen written headless, on the saver's own clock\n";
   std::int64_t frames = 0;
+  std::int64_t wallpaperFrames = 0;
+  const double saverSeconds = clipSeconds + imageSeconds;
   {
     const LogToStream logs(out, "  ");
     const engine::SoftwareScreen screen{{width, height}, fmt::format("display-0|{}x{}", width, height), false, {}};
@@ -356,15 +438,40 @@ void showSaver(std::ostream& out, const std::filesystem::path& folder, const Con
     frames += recordSaver(*writer, screen, environment, clipSeconds, fps);
     writePlan(second);
     frames += recordSaver(*writer, screen, environment, imageSeconds, fps);
+    out << "\nThe live wallpaper, headless: two monitors side by side; the left one hands its clip over to the "
+           "animated image through a cross-blend, the right one is paused for a while\n";
+    wallpaperFrames = recordWallpaperDemo(*writer, library, environment, width, height, fps);
   }
   if (auto finished = writer->finish(); !finished) {
     out << "  " << finished.error() << "\n";
     return;
   }
+  // The clip's sound under its pictures: while the screensaver plays it, and on the left
+  // monitor until the cross-blend has faded it out.
+  const auto silent = movie.parent_path() / (movie.stem().string() + "-silent.mp4");
+  std::error_code error;
+  std::filesystem::rename(movie, silent, error);
+  const auto delay = static_cast<std::int64_t>(saverSeconds * 1000);
+  const auto mixed =
+      error ? std::expected<engine::Finished, std::string>(std::unexpected(error.message()))
+            : engine::run(*ffmpeg, {"-v", "error", "-y", "-i", silent.string(), "-i", clip.string(), "-filter_complex",
+                                    fmt::format("[1:a]atrim=0:{0}[a0];[1:a]atrim=0:{1},afade=t=out:st="
+                                                "{2}:d={3},adelay={4}|{4}[a1];[a0][a1]amix=inputs=2:"
+                                                "normalize=0[a]",
+                                                clipSeconds, wallpaperHandover + handoverSeconds, wallpaperHandover,
+                                                handoverSeconds, delay),
+                                    "-map", "0:v", "-map", "[a]", "-c:v", "copy", "-c:a", "aac", movie.string()});
+  if (!mixed || mixed->exitCode != 0) {
+    // The pictures are kept all the same.
+    std::filesystem::rename(silent, movie, error);
+    out << "  (its sound could not be added: " << (mixed ? mixed->error : mixed.error()) << ")\n";
+  } else {
+    std::filesystem::remove(silent, error);
+  }
   out << fmt::format(
-      "  wrote {} ({} frames, {}x{} at {} fps; the clip, then the animated image; it is yours to "
-      "keep)\n",
-      movie.string(), frames, width, height, formatNumber(fps));
+      "  wrote {} ({} frames, {}x{} at {} fps, with the clip's sound; the screensaver's clip, then the animated "
+      "image, then the live wallpaper; it is yours to keep)\n",
+      movie.string(), frames + wallpaperFrames, width, height, formatNumber(fps));
 }
 
 }  // namespace

@@ -42,6 +42,10 @@ struct MonitorSession::Player {
   std::shared_ptr<saver::SaverController> controller;
   bool stopped = false;    // cleared: no decoder, no frames
   bool withSound = false;  // loaded with its sound track
+  double lag = 0;          // how far its clock is behind the program's: the time it was held
+  std::optional<double> heldSince;
+
+  [[nodiscard]] double clock(double now) const { return now - lag; }
 
   ~Player() {
     if (controller) {
@@ -55,11 +59,12 @@ struct MonitorSession::Player {
 };
 
 MonitorSession::MonitorSession(host::Monitor monitor, std::shared_ptr<engine::SoundOutput> sound,
-                               paths::Environment environment, std::function<void()> wake)
+                               paths::Environment environment, std::function<void()> wake, bool live)
     : monitor_(std::move(monitor)),
       sound_(std::move(sound)),
       environment_(std::move(environment)),
-      wake_(std::move(wake)) {}
+      wake_(std::move(wake)),
+      live_(live) {}
 
 MonitorSession::~MonitorSession() {
   incoming_.reset();
@@ -71,9 +76,14 @@ std::unique_ptr<MonitorSession::Player> MonitorSession::makePlayer(const Look& l
   player->look = look;
   player->saver = std::make_unique<engine::SoftwareSaver>(screenOf(monitor_), sound_);
   auto& loop = player->saver->loop();
-  loop.setLive(true);
-  loop.setWaker(wake_);
+  loop.setLive(live_);
+  if (wake_) {
+    loop.setWaker(wake_);
+  }
   loop.runUntil(now);  // every player's clock on the program's one timeline
+  if (mode_ != PlaybackMode::running) {
+    player->heldSince = now;
+  }
   player->controller = saver::SaverController::makeDecoded(player->saver->platform(environment_), monitor_.id);
   auto plan = look.plan;
   plan.sound = soundLevel_ > 0;
@@ -146,14 +156,18 @@ void MonitorSession::setMode(PlaybackMode mode, double soundLevel, double rate, 
     return;
   }
   for (auto* player : {current_.get(), incoming_.get()}) {
-    if (player != nullptr) {
-      if (mode_ == PlaybackMode::running) {
-        // The clock catches up while the video still stands, so it plays on from where it
-        // stood rather than jumping by the time it was paused.
-        player->saver->loop().runUntil(now);
-      }
-      applyMode(*player);
+    if (player == nullptr) {
+      continue;
     }
+    // A player's clock stands while it does not run, so a video or an animation goes on
+    // from the frame it held rather than jumping by the time it was held.
+    if (mode_ != PlaybackMode::running && !player->heldSince) {
+      player->heldSince = now;
+    } else if (mode_ == PlaybackMode::running && player->heldSince) {
+      player->lag += now - *player->heldSince;
+      player->heldSince.reset();
+    }
+    applyMode(*player);
   }
   force_ = true;
 }
@@ -240,7 +254,7 @@ double MonitorSession::frame(double now, host::WallpaperDisplay& display, std::i
   const double interval = 1.0 / static_cast<double>(std::max<std::int64_t>(fpsCap, 1));
   if (incoming_) {
     auto& loop = incoming_->saver->loop();
-    loop.runUntil(now);
+    loop.runUntil(incoming_->clock(now));
     if (!handoverStarted_ && !loop.loading()) {
       handoverStarted_ = true;
       handoverStart_ = now;
@@ -250,7 +264,7 @@ double MonitorSession::frame(double now, host::WallpaperDisplay& display, std::i
   if (current_ && !current_->stopped) {
     auto& loop = current_->saver->loop();
     if (mode_ == PlaybackMode::running) {
-      loop.runUntil(now);
+      loop.runUntil(current_->clock(now));
     } else if (loop.loading() || force_) {
       // A paused monitor still shows its first frame once it is loaded, then holds it.
       loop.runUntil(loop.mediaTime());
@@ -287,7 +301,7 @@ double MonitorSession::frame(double now, host::WallpaperDisplay& display, std::i
   if (mode_ == PlaybackMode::running) {
     for (auto* player : {current_.get(), incoming_.get()}) {
       if (player != nullptr && !player->stopped) {
-        next = std::min(next, player->saver->loop().nextWake());
+        next = std::min(next, player->saver->loop().nextWake() + player->lag);
       }
     }
   }

@@ -35,8 +35,11 @@ class MonitorSession {
  public:
   static constexpr double never = std::numeric_limits<double>::infinity();
 
+  // `live`: the players' clocks follow the caller's times as they come and loads land when
+  // they land; headless (false), each time given waits for the loads under way, so what a
+  // moment shows never depends on how fast the machine is.
   MonitorSession(host::Monitor monitor, std::shared_ptr<engine::SoundOutput> sound, paths::Environment environment,
-                 std::function<void()> wake);
+                 std::function<void()> wake, bool live = true);
   ~MonitorSession();
   MonitorSession(const MonitorSession&) = delete;
   MonitorSession& operator=(const MonitorSession&) = delete;
@@ -79,6 +82,7 @@ class MonitorSession {
   std::shared_ptr<engine::SoundOutput> sound_;
   paths::Environment environment_;
   std::function<void()> wake_;
+  bool live_ = true;
   std::unique_ptr<Player> current_;
   std::unique_ptr<Player> incoming_;
   std::optional<PlaybackController::Handover> handover_;
