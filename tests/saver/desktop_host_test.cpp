@@ -525,6 +525,10 @@ TEST_F(Desktop, TheDemoEndsWithTheSaverInAWindow) {
   EXPECT_EQ(demo.finish(), 0) << demo.err;
   EXPECT_THAT(demo.out, HasSubstr("in a window: 4 s of the clip with its sound, then 3 s of the animated image"));
   EXPECT_THAT(demo.out, HasSubstr("-> life.gif fit=fit"));
+  // Then the live wallpaper behind the windows, until it stops by itself.
+  EXPECT_THAT(demo.out, HasSubstr("The live wallpaper behind your windows for 5 s"));
+  EXPECT_THAT(demo.out, HasSubstr("playing on 1 monitor(s)"));  // the first X screen's
+  EXPECT_THAT(demo.out, HasSubstr("  stopped\n"));
   EXPECT_EQ(folder.entries(), std::vector<std::string>{}) << "nothing is left behind when it was shown";
 }
 
@@ -536,7 +540,10 @@ TEST_F(Desktop, WithoutADisplayTheDemoKeepsAVideoOfTheSaverAndWritesOverNothing)
   const auto demo = korvalen({"demo"}, {"--chdir=" + folder.path().string(), "DISPLAY="});
   ASSERT_EQ(demo.exitCode, 0) << demo.error;
   const auto movie = folder / "korvalen-demo-2.mp4";
-  EXPECT_THAT(demo.output, HasSubstr("  wrote " + movie.string() + " (105 frames, 640x360 at 15 fps;"));
+  // 7 s of the screensaver, then 5 s of the live wallpaper's two monitors.
+  EXPECT_THAT(demo.output,
+              HasSubstr("  wrote " + movie.string() + " (180 frames, 640x360 at 15 fps, with the clip's sound;"));
+  EXPECT_THAT(demo.output, HasSubstr("[LEFT|320x180] screen LEFT|320x180 -> life.gif"));
   // The planner chose each, from an evening schedule.
   EXPECT_THAT(demo.output,
               HasSubstr("18:30 UTC: The active playlist \"Evening\" shows item 1 \"dusk\" by its schedule."));
@@ -565,6 +572,14 @@ TEST_F(Desktop, WithoutADisplayTheDemoKeepsAVideoOfTheSaverAndWritesOverNothing)
     return sum / static_cast<int>(pixels.size());
   };
   EXPECT_GT(brightness(early), 40) << "the clip, not a black screen";
+  // The live wallpaper: two monitors in a band across the middle, black above and below.
+  const auto wallpaper = frame(8);
+  ASSERT_EQ(wallpaper.size(), 48U);
+  EXPECT_GT(brightness(wallpaper.substr(12, 24)), 20) << "the monitors' band";
+  EXPECT_LT(brightness(wallpaper.substr(0, 12)), 8) << "black above it";
+  // The clip's sound is in it.
+  const auto sound = engine::run(ffmpeg, {"-v", "error", "-i", movie.string(), "-map", "0:a:0", "-f", "null", "-"});
+  EXPECT_TRUE(sound && sound->exitCode == 0) << (sound ? sound->error : sound.error());
 }
 
 // Xvfb names its one output "screen", so a laptop's panel is only seen by its name.

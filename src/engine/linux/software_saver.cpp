@@ -89,21 +89,53 @@ struct Placement {
   double sy = 1;
 };
 
-void composeLayer(const SoftwareLayer& layer, double time, double parentTime, const Placement& parent, const Area& clip,
-                  const Canvas& target) {
-  if (layer.hidden) {
-    return;
-  }
-  const double localTime = layer.localTime(time, parentTime);
-  // The frame in the parent's space, then the layer's scale about its own centre.
+// The frame in the parent's space, then the layer's scale about its own centre.
+Placement placementOf(const SoftwareLayer& layer, const Placement& parent) {
   const auto& f = layer.frame;
   Placement own;
   own.sx = parent.sx * layer.scaleX;
   own.sy = parent.sy * layer.scaleY;
   own.ox = parent.ox + parent.sx * (f.x + f.width / 2) - own.sx * f.width / 2;
   own.oy = parent.oy + parent.sy * (f.y + f.height / 2) - own.sy * f.height / 2;
-  const Area covered = Area{own.ox, own.oy, own.sx * f.width, own.sy * f.height}.normalised();
-  const Area inside = clip.intersection(covered);
+  return own;
+}
+
+Area coveredBy(const SoftwareLayer& layer, const Placement& own) {
+  const auto& f = layer.frame;
+  return Area{own.ox, own.oy, own.sx * f.width, own.sy * f.height}.normalised();
+}
+
+// Whether some layer's picture will be drawn over every pixel of `all`, opaque: then
+// clearing to black first is wasted work (a whole frame's worth of writes).
+bool picturesCover(const SoftwareLayer& layer, double time, double parentTime, const Placement& parent,
+                   const Area& clip, const Area& all) {
+  if (layer.hidden) {
+    return false;
+  }
+  const double localTime = layer.localTime(time, parentTime);
+  const auto own = placementOf(layer, parent);
+  const Area inside = clip.intersection(coveredBy(layer, own));
+  const bool whole = inside.x <= all.x && inside.y <= all.y && inside.x + inside.width >= all.x + all.width &&
+                     inside.y + inside.height >= all.y + all.height;
+  if (whole && layer.content && layer.frame.width > 0 && layer.frame.height > 0) {
+    if (const Picture* picture = layer.content(localTime); picture != nullptr && picture->width > 0) {
+      return true;
+    }
+  }
+  return std::any_of(layer.children.begin(), layer.children.end(), [&](const auto& child) {
+    return picturesCover(*child, time, localTime, own, layer.masks ? inside : clip, all);
+  });
+}
+
+void composeLayer(const SoftwareLayer& layer, double time, double parentTime, const Placement& parent, const Area& clip,
+                  const Canvas& target) {
+  if (layer.hidden) {
+    return;
+  }
+  const double localTime = layer.localTime(time, parentTime);
+  const auto& f = layer.frame;
+  const auto own = placementOf(layer, parent);
+  const Area inside = clip.intersection(coveredBy(layer, own));
   if (layer.content) {
     if (const Picture* picture = layer.content(localTime); picture != nullptr && f.width > 0 && f.height > 0) {
       // Target x -> own x = (x - ox) / sx -> picture x = own x * picture.width / f.width.
@@ -695,14 +727,16 @@ double SoftwareLayer::localTime(double time, double parentTime) const {
 }
 
 void compose(const SoftwareLayer& root, double time, const Canvas& target) {
-  static constexpr std::uint32_t black = 0xFF000000U;  // B, G, R, A in memory
-  for (std::int64_t y = 0; y < target.height; ++y) {
-    auto* row = target.row(y);
-    for (std::int64_t x = 0; x < target.width; ++x) {
-      std::memcpy(row + x * 4, &black, 4);
+  const Area all{0, 0, static_cast<double>(target.width), static_cast<double>(target.height)};
+  if (!picturesCover(root, time, time, Placement{}, all, all)) {
+    static constexpr std::uint32_t black = 0xFF000000U;  // B, G, R, A in memory
+    for (std::int64_t y = 0; y < target.height; ++y) {
+      auto* row = target.row(y);
+      for (std::int64_t x = 0; x < target.width; ++x) {
+        std::memcpy(row + x * 4, &black, 4);
+      }
     }
   }
-  const Area all{0, 0, static_cast<double>(target.width), static_cast<double>(target.height)};
   composeLayer(root, time, time, Placement{}, all, target);
 }
 
