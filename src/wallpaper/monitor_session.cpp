@@ -107,8 +107,46 @@ void MonitorSession::setMonitor(const host::Monitor& monitor) {
   force_ = true;
 }
 
+void MonitorSession::mirror(const Look& look) {
+  if (mirrored_ == look) {
+    return;
+  }
+  incoming_.reset();
+  current_.reset();
+  still_.reset();
+  handover_.reset();
+  mirrored_ = look;
+  mode_ = PlaybackMode::running;
+  flashReported_ = false;
+}
+
+void MonitorSession::copy(const engine::Canvas& from, double now, host::WallpaperDisplay& display) {
+  const auto canvas = display.canvas(monitor_.id);
+  if (!mirrored_ || !canvas || canvas->width != from.width || canvas->height != from.height) {
+    return;  // busy or resized: the next frame comes soon
+  }
+  for (std::int64_t y = 0; y < from.height; ++y) {
+    std::memcpy(canvas->row(y), from.row(y), static_cast<std::size_t>(from.width) * 4);
+  }
+  display.present(monitor_.id);
+  lastPresent_ = now;
+  shown_.push_back(now);
+  while (!shown_.empty() && shown_.front() < now - 1.0) {
+    shown_.pop_front();
+  }
+}
+
 void MonitorSession::show(const std::optional<Look>& look, const std::optional<PlaybackController::Handover>& handover,
                           double now) {
+  if (mirrored_) {
+    // Its own player from here on; what it mirrored stays shown until that has a frame.
+    mirrored_.reset();
+    force_ = true;
+    if (look) {
+      current_ = makePlayer(*look, now);
+    }
+    return;
+  }
   const Player* newest = incoming_ ? incoming_.get() : current_.get();
   if (look && newest != nullptr && newest->look == *look) {
     return;
@@ -250,8 +288,11 @@ bool MonitorSession::drawInto(const engine::Canvas& canvas, double now) {
   return true;
 }
 
-double MonitorSession::frame(double now, host::WallpaperDisplay& display, std::int64_t fpsCap) {
+double MonitorSession::frame(double now, host::WallpaperDisplay& display, std::int64_t fpsCap, const Drawn& drawn) {
   const double interval = 1.0 / static_cast<double>(std::max<std::int64_t>(fpsCap, 1));
+  if (mirrored_) {
+    return never;  // the monitor it mirrors draws for it
+  }
   if (incoming_) {
     auto& loop = incoming_->saver->loop();
     loop.runUntil(incoming_->clock(now));
@@ -278,6 +319,9 @@ double MonitorSession::frame(double now, host::WallpaperDisplay& display, std::i
   if (!force_ && now < lastPresent_ + interval - 1e-4) {
     return lastPresent_ + interval;
   }
+  if (current_ && !current_->stopped && current_->saver->loop().loading() && !(incoming_ && handoverStarted_)) {
+    return never;  // what is shown stays until the new item has a frame; the load wakes us
+  }
   const auto canvas = display.canvas(monitor_.id);
   if (!canvas) {
     return never;  // the display calls back when its picture is free again
@@ -286,6 +330,9 @@ double MonitorSession::frame(double now, host::WallpaperDisplay& display, std::i
     return never;  // a resize on its way
   }
   if (drawInto(*canvas, now)) {
+    if (drawn) {
+      drawn(*canvas);
+    }
     display.present(monitor_.id);
     lastPresent_ = now;
     shown_.push_back(now);
@@ -317,6 +364,9 @@ std::optional<std::int64_t> MonitorSession::takeFlashTrip() {
 }
 
 std::optional<std::string> MonitorSession::itemID() const {
+  if (mirrored_) {
+    return mirrored_->itemID;
+  }
   const Player* newest = incoming_ ? incoming_.get() : current_.get();
   return newest != nullptr ? std::optional(newest->look.itemID) : std::nullopt;
 }

@@ -54,9 +54,16 @@ class MonitorSession {
   // its frames and keeps the last picture as a still.
   void setMode(PlaybackMode mode, double soundLevel, double rate, double now);
 
-  // Draws what is due at `now` into the display's picture; returns the time it next needs to,
-  // or `never`.
-  double frame(double now, host::WallpaperDisplay& display, std::int64_t fpsCap);
+  // Shows what another monitor of the same size draws, the same item running on both: no
+  // player of its own (one decoder for both); `copy` takes each frame the other draws.
+  void mirror(const Look& look);
+  [[nodiscard]] bool mirroring() const { return mirrored_.has_value(); }
+  void copy(const engine::Canvas& from, double now, host::WallpaperDisplay& display);
+
+  // Draws what is due at `now` into the display's picture, hands it to `drawn` (the monitors
+  // that mirror this one) and presents it; returns the time it next needs to, or `never`.
+  using Drawn = std::function<void(const engine::Canvas&)>;
+  double frame(double now, host::WallpaperDisplay& display, std::int64_t fpsCap, const Drawn& drawn = {});
   // Everything must be drawn again (the window was exposed).
   void redraw() { force_ = true; }
 
@@ -95,6 +102,7 @@ class MonitorSession {
   double lastPresent_ = -never;
   std::deque<double> shown_;              // when frames were shown, the last second's worth
   std::optional<engine::Picture> still_;  // what a stopped monitor keeps showing
+  std::optional<Look> mirrored_;          // shown by another monitor's player
   engine::Picture outgoingPicture_;
   engine::Picture incomingPicture_;
   bool flashReported_ = false;

@@ -307,9 +307,34 @@ class Daemon {
       live += s->decoders();
     }
     bool anyRunning = false;
+    // A monitor of the same size showing the same item, both running, copies the first one's
+    // frames instead of decoding the item a second time.
+    leaders_.clear();
+    std::vector<std::pair<const MonitorDirective*, std::optional<Look>>> shown;
     for (const auto& directive : directives_.monitors) {
       auto& target = *sessions_.at(directive.monitorId);
       const auto look = lookFor(directive);
+      if (look && directive.mode == PlaybackMode::running && !target.handingOver()) {
+        const auto& mine = target.monitor();
+        const auto leader = std::find_if(shown.begin(), shown.end(), [&](const auto& earlier) {
+          const auto& theirs = sessions_.at(earlier.first->monitorId)->monitor();
+          return earlier.first->mode == PlaybackMode::running && earlier.second == look && theirs.width == mine.width &&
+                 theirs.height == mine.height && !leaders_.contains(earlier.first->monitorId);
+        });
+        if (leader != shown.end() && sessions_.at(leader->first->monitorId)->itemID() == look->itemID) {
+          if (!target.mirroring()) {
+            say(fmt::format("monitor {}: item {}, drawn once for it and {}", directive.monitorId, look->itemID,
+                            leader->first->monitorId));
+          }
+          target.mirror(*look);
+          leaders_[directive.monitorId] = leader->first->monitorId;
+          anyRunning = true;
+          reportState(directive);
+          shown.emplace_back(&directive, look);
+          continue;
+        }
+      }
+      shown.emplace_back(&directive, look);
       std::optional<PlaybackController::Handover> handover;
       if (look && target.itemID() && target.itemID() != look->itemID) {
         const auto* incoming = run_->library->find(look->itemID);
@@ -342,17 +367,21 @@ class Daemon {
                         target.itemID() ? fmt::format("item {}", *target.itemID()) : std::string("nothing"),
                         handover ? fmt::format(" through {}", handover->effect.id) : std::string()));
       }
-      const auto state = fmt::format("{}{}", toString(directive.mode),
-                                     directive.reason ? fmt::format(" ({})", *directive.reason) : std::string());
-      if (reported_[directive.monitorId] != state) {
-        reported_[directive.monitorId] = state;
-        say(fmt::format("monitor {}: {}", directive.monitorId, state));
-      }
+      reportState(directive);
       anyRunning = anyRunning || directive.mode == PlaybackMode::running;
     }
     rememberLast();
     watchDisplaySleep(anyRunning);
     later(tickDue_);
+  }
+
+  void reportState(const MonitorDirective& directive) {
+    const auto state = fmt::format("{}{}", toString(directive.mode),
+                                   directive.reason ? fmt::format(" ({})", *directive.reason) : std::string());
+    if (reported_[directive.monitorId] != state) {
+      reported_[directive.monitorId] = state;
+      say(fmt::format("monitor {}: {}", directive.monitorId, state));
+    }
   }
 
   // What shows on the first monitor, kept as the last wallpaper so a restart starts there.
@@ -415,7 +444,20 @@ class Daemon {
     double next = MonitorSession::never;
     const auto cap = directives_.fpsCap;
     for (auto& [id, session] : sessions_) {
-      next = std::min(next, session->frame(t, *display_, cap));
+      MonitorSession::Drawn copies;
+      for (const auto& [follower, leader] : leaders_) {
+        if (leader == id) {
+          copies = [this, t, leaderID = id](const engine::Canvas& frame) {
+            for (const auto& [other, whose] : leaders_) {
+              if (whose == leaderID) {
+                sessions_.at(other)->copy(frame, t, *display_);
+              }
+            }
+          };
+          break;
+        }
+      }
+      next = std::min(next, session->frame(t, *display_, cap, copies));
       if (const auto peak = session->takeFlashTrip()) {
         flashed(id, *peak);
       }
@@ -577,6 +619,7 @@ class Daemon {
   Directives directives_;
   std::map<std::string, std::optional<std::string>> flashing_;  // monitor -> the item that flashed
   std::map<std::string, std::string> reported_;
+  std::map<std::string, std::string> leaders_;  // a mirroring monitor -> the one that draws for it
   bool displayOff_ = false;
   bool windowsDirty_ = false;
   bool evaluateDue_ = false;

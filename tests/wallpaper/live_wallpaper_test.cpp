@@ -315,6 +315,8 @@ TEST_F(LiveWallpaper, PlaysBehindClientsAndAFullScreenWindowPausesOnlyItsMonitor
   ASSERT_TRUE(shows(red, 160, 200));
   ASSERT_TRUE(shows(red, 480, 120));
   ASSERT_TRUE(statusSays([](const Json& s) { return modes(s, "running", "running"); }));
+  // The same item on two monitors of one size is decoded once.
+  EXPECT_TRUE(running.said("drawn once for it and"));
 
   clockOnTheLeft("clockA");
   // The clock is drawn over the wallpaper, which still shows around it.
