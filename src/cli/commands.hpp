@@ -9,7 +9,7 @@
 #include "core/rendering/video_fit.hpp"
 #include "engine/flash_check.hpp"
 #include "engine/frame_writer.hpp"
-#include "engine/linux/software_saver.hpp"
+#include "engine/software/software_saver.hpp"
 
 #include <CLI/CLI.hpp>
 

@@ -8,7 +8,7 @@
 #include "core/diagnostics/log.hpp"
 #include "core/screensaver/saver_controller.hpp"
 #include "engine/frame_writer.hpp"
-#include "engine/linux/software_saver.hpp"
+#include "engine/software/software_saver.hpp"
 #include "saver/linux/desktop_host.hpp"
 
 #include <fmt/format.h>

@@ -1,7 +1,7 @@
 #include "wallpaper/monitor_session.hpp"
 
 #include "core/screensaver/saver_controller.hpp"
-#include "engine/linux/software_saver.hpp"
+#include "engine/software/software_saver.hpp"
 
 #include <algorithm>
 #include <cstring>

@@ -1,6 +1,6 @@
 // The real controller on the software engine, end to end on generated media: what the
 // screen shows is checked pixel by pixel against the placement the core computes.
-#include "engine/linux/software_saver.hpp"
+#include "engine/software/software_saver.hpp"
 
 #include "core/diagnostics/log.hpp"
 #include "core/rendering/appearance.hpp"

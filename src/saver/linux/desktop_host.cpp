@@ -2,7 +2,7 @@
 
 #include "core/diagnostics/log.hpp"
 #include "core/screensaver/saver_controller.hpp"
-#include "engine/linux/software_saver.hpp"
+#include "engine/software/software_saver.hpp"
 #include "host/x11/x11_connection.hpp"
 #include "host/x11/x11_monitors.hpp"
 #include "saver/linux/sdl_sound.hpp"

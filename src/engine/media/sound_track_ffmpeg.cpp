@@ -1,7 +1,7 @@
 // SoundTrack on the FFmpeg libraries (libavformat, libavcodec, libswresample).
 #include "engine/sound_track.hpp"
 
-#include "engine/linux/ffmpeg_support.hpp"
+#include "engine/media/ffmpeg_support.hpp"
 
 extern "C" {
 #include <libavutil/channel_layout.h>

@@ -1,4 +1,4 @@
-#include "engine/linux/ffmpeg_support.hpp"
+#include "engine/media/ffmpeg_support.hpp"
 
 #include <fmt/format.h>
 

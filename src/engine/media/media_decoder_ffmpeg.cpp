@@ -1,7 +1,7 @@
 // MediaDecoder on the FFmpeg libraries (libavformat, libavcodec, libswscale).
 #include "engine/media_decoder.hpp"
 
-#include "engine/linux/ffmpeg_support.hpp"
+#include "engine/media/ffmpeg_support.hpp"
 
 extern "C" {
 #include <libavutil/imgutils.h>

@@ -1,0 +1,25 @@
+// The software engine's media: videos, decoded pictures and the animations that show them.
+#pragma once
+
+#include "core/screensaver/saver_platform.hpp"
+#include "engine/software/saver_loop.hpp"
+#include "engine/sound_track.hpp"
+
+#include <memory>
+
+namespace korvalen::engine {
+
+class SoftwareMedia final : public saver::MediaFactory {
+ public:
+  SoftwareMedia(SaverLoop& loop, std::shared_ptr<SoundOutput> sound) : loop_(loop), sound_(std::move(sound)) {}
+  std::shared_ptr<saver::VideoWallpaper> makeVideo(const std::filesystem::path& file, const TrimRange& trim) override;
+  std::expected<std::shared_ptr<saver::DecodedImage>, std::string> loadImage(
+      const std::filesystem::path& file) override;
+  std::shared_ptr<saver::AnimatedWallpaper> makeAnimation(const std::shared_ptr<saver::DecodedImage>& image) override;
+
+ private:
+  SaverLoop& loop_;
+  std::shared_ptr<SoundOutput> sound_;
+};
+
+}  // namespace korvalen::engine
