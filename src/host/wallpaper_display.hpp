@@ -48,6 +48,8 @@ class WallpaperDisplay {
   // last one (draw again when `present` would have been possible: see `ready`).
   [[nodiscard]] virtual std::optional<engine::Canvas> canvas(const std::string& monitorId) = 0;
   virtual void present(const std::string& monitorId) = 0;
+  // Shows another monitor's picture (of the same size) on this one, without copying it.
+  virtual void presentFrom(const std::string& monitorId, const std::string& source) = 0;
   // Absent: the window manager keeps no list (no EWMH), so windows cannot pause anything.
   [[nodiscard]] virtual std::optional<DesktopWindows> windows() = 0;
   // Absent when the display cannot say.

@@ -120,15 +120,11 @@ void MonitorSession::mirror(const Look& look) {
   flashReported_ = false;
 }
 
-void MonitorSession::copy(const engine::Canvas& from, double now, host::WallpaperDisplay& display) {
-  const auto canvas = display.canvas(monitor_.id);
-  if (!mirrored_ || !canvas || canvas->width != from.width || canvas->height != from.height) {
-    return;  // busy or resized: the next frame comes soon
+void MonitorSession::copy(const std::string& source, double now, host::WallpaperDisplay& display) {
+  if (!mirrored_) {
+    return;
   }
-  for (std::int64_t y = 0; y < from.height; ++y) {
-    std::memcpy(canvas->row(y), from.row(y), static_cast<std::size_t>(from.width) * 4);
-  }
-  display.present(monitor_.id);
+  display.presentFrom(monitor_.id, source);
   lastPresent_ = now;
   shown_.push_back(now);
   while (!shown_.empty() && shown_.front() < now - 1.0) {
@@ -330,10 +326,10 @@ double MonitorSession::frame(double now, host::WallpaperDisplay& display, std::i
     return never;  // a resize on its way
   }
   if (drawInto(*canvas, now)) {
-    if (drawn) {
-      drawn(*canvas);
-    }
     display.present(monitor_.id);
+    if (drawn) {
+      drawn();
+    }
     lastPresent_ = now;
     shown_.push_back(now);
   }

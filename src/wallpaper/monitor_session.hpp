@@ -58,11 +58,12 @@ class MonitorSession {
   // player of its own (one decoder for both); `copy` takes each frame the other draws.
   void mirror(const Look& look);
   [[nodiscard]] bool mirroring() const { return mirrored_.has_value(); }
-  void copy(const engine::Canvas& from, double now, host::WallpaperDisplay& display);
+  // The monitor it mirrors (`source`) has drawn a frame: show it here too.
+  void copy(const std::string& source, double now, host::WallpaperDisplay& display);
 
   // Draws what is due at `now` into the display's picture, hands it to `drawn` (the monitors
   // that mirror this one) and presents it; returns the time it next needs to, or `never`.
-  using Drawn = std::function<void(const engine::Canvas&)>;
+  using Drawn = std::function<void()>;
   double frame(double now, host::WallpaperDisplay& display, std::int64_t fpsCap, const Drawn& drawn = {});
   // Everything must be drawn again (the window was exposed).
   void redraw() { force_ = true; }

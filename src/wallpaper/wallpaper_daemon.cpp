@@ -447,10 +447,10 @@ class Daemon {
       MonitorSession::Drawn copies;
       for (const auto& [follower, leader] : leaders_) {
         if (leader == id) {
-          copies = [this, t, leaderID = id](const engine::Canvas& frame) {
+          copies = [this, t, leaderID = id] {
             for (const auto& [other, whose] : leaders_) {
               if (whose == leaderID) {
-                sessions_.at(other)->copy(frame, t, *display_);
+                sessions_.at(other)->copy(leaderID, t, *display_);
               }
             }
           };

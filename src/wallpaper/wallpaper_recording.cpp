@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <map>
 
 namespace korvalen::wallpaper {
@@ -25,6 +26,15 @@ class HeadlessDisplay final : public host::WallpaperDisplay {
     return std::nullopt;
   }
   void present(const std::string&) override {}
+  void presentFrom(const std::string& monitorId, const std::string& source) override {
+    const auto to = canvas(monitorId);
+    const auto from = canvas(source);
+    if (to && from && to->width == from->width && to->height == from->height) {
+      for (std::int64_t y = 0; y < from->height; ++y) {
+        std::memmove(to->row(y), from->row(y), static_cast<std::size_t>(from->width) * 4);
+      }
+    }
+  }
   std::optional<host::DesktopWindows> windows() override { return std::nullopt; }
   std::optional<bool> displayAsleep() override { return std::nullopt; }
   [[nodiscard]] host::Placement placement() const override { return host::Placement::automatic; }

@@ -50,6 +50,9 @@ class SoftwareVideo final : public saver::VideoWallpaper, public std::enable_sha
     options.start = std::max(trim_.start, 0.0);
     options.end = trim_.end > trim_.start ? trim_.end : std::numeric_limits<double>::infinity();
     options.loop = true;
+    // Two frames ahead keep up with any display (the decoder outruns playback); each more is
+    // a whole frame of memory.
+    options.queue = 2;
     // A silent video decodes no sound at all.
     const int soundRate = output_ && level_ > 0 ? output_->sampleRate() : 0;
     std::weak_ptr<SoftwareVideo> self = weak_from_this();

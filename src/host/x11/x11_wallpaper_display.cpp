@@ -97,18 +97,21 @@ class X11Image {
   [[nodiscard]] engine::Canvas canvas() const {
     return engine::Canvas{reinterpret_cast<std::uint8_t*>(image_->data), width_, height_, image_->bytes_per_line};
   }
-  // With shared memory the server reads the pixels later: `busy` until its completion event.
+  // With shared memory the server reads the pixels later: busy until each put's completion
+  // event (one image may be put on several monitors).
   void put(Drawable target, GC gc, int x, int y) {
     if (attached_) {
       XShmPutImage(display_, target, gc, image_, 0, 0, x, y, static_cast<unsigned>(width_),
                    static_cast<unsigned>(height_), True);
-      busy = true;
+      ++pending;
     } else {
       XPutImage(display_, target, gc, image_, 0, 0, x, y, static_cast<unsigned>(width_),
                 static_cast<unsigned>(height_));
     }
   }
-  bool busy = false;
+  [[nodiscard]] bool busy() const { return pending > 0; }
+  [[nodiscard]] ShmSeg segment() const { return segment_.shmseg; }
+  int pending = 0;
 
  private:
   void release() {
@@ -217,26 +220,31 @@ class X11WallpaperDisplay final : public WallpaperDisplay {
 
   std::optional<engine::Canvas> canvas(const std::string& monitorId) override {
     Surface* surface = find(monitorId);
-    if (surface == nullptr || !surface->image || surface->image->busy) {
+    if (surface == nullptr || !surface->image || surface->image->busy()) {
       return std::nullopt;
     }
     return surface->image->canvas();
   }
 
-  void present(const std::string& monitorId) override {
+  void present(const std::string& monitorId) override { presentFrom(monitorId, monitorId); }
+
+  void presentFrom(const std::string& monitorId, const std::string& source) override {
     Surface* surface = find(monitorId);
-    if (surface == nullptr || !surface->image) {
+    Surface* from = find(source);
+    if (surface == nullptr || from == nullptr || !from->image || from->monitor.width != surface->monitor.width ||
+        from->monitor.height != surface->monitor.height) {
       return;
     }
+    auto& image = *from->image;
     if (placement_ == Placement::root) {
-      surface->image->put(rootPixmap_, gc_, static_cast<int>(surface->monitor.x), static_cast<int>(surface->monitor.y));
+      image.put(rootPixmap_, gc_, static_cast<int>(surface->monitor.x), static_cast<int>(surface->monitor.y));
       XClearArea(display_.get(), root_, static_cast<int>(surface->monitor.x), static_cast<int>(surface->monitor.y),
                  static_cast<unsigned>(surface->monitor.width), static_cast<unsigned>(surface->monitor.height), False);
       // A compositor paints the background from the pixmap the property names, and reads it
       // again only when the property is set: set it again for every frame.
       announceRootPixmap();
     } else {
-      surface->image->put(surface->window, gc_, 0, 0);
+      image.put(surface->window, gc_, 0, 0);
     }
   }
 
@@ -288,10 +296,8 @@ class X11WallpaperDisplay final : public WallpaperDisplay {
       if (event.type == shmCompletion_) {
         const auto& done = reinterpret_cast<const XShmCompletionEvent&>(event);
         for (auto& surface : surfaces_) {
-          const Drawable target = placement_ == Placement::root ? rootPixmap_ : surface.window;
-          if (surface.image && surface.image->busy && done.drawable == target) {
-            surface.image->busy = false;
-            if (ready_) {
+          if (surface.image && surface.image->busy() && surface.image->segment() == done.shmseg) {
+            if (--surface.image->pending == 0 && ready_) {
               ready_(surface.monitor.id);
             }
           }
