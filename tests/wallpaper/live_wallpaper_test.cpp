@@ -506,6 +506,31 @@ TEST_F(LiveWallpaper, OneWallpaperAtATimeAndOnlyItsOwnUserGetsAnAnswer) {
   EXPECT_THAT(unknown.error, HasSubstr("no monitor nowhere|1x1"));
 }
 
+TEST_F(LiveWallpaper, ContentSeenToFlashIsPausedAndRememberedInTheSettings) {
+  // Imported calm, then swapped for black and white five times a second behind the library's
+  // back: only the live guard can catch it.
+  const auto flashing = folder_ / "flashing.mp4";
+  const auto made = engine::run(testing::ffmpegOnPath(),
+                                {"-v", "error", "-f", "lavfi", "-i", "color=c=black:s=160x120:r=30", "-vf",
+                                 "geq=lum='if(lt(mod(T\\,0.2)\\,0.1)\\,255\\,0)':cb=128:cr=128", "-t", "6",
+                                 "-c:v", "libx264", "-pix_fmt", "yuv420p", flashing.string()});
+  ASSERT_TRUE(made && made->exitCode == 0) << (made ? made->error : made.error());
+  const auto inLibrary = folder_ / "data" / "Korvalen" / "Library" / "items" / "1" / "red.mp4";
+  ASSERT_TRUE(std::filesystem::exists(inLibrary));
+  std::filesystem::copy_file(flashing, inLibrary, std::filesystem::copy_options::overwrite_existing);
+  windowManager("openbox");
+  redEverywhere();
+  auto& running = wallpaper();
+  ASSERT_TRUE(statusSays(
+      [](const Json& s) {
+        return s.size() == 2 && s[0]["mode"] == "paused" && s[0]["reason"] == "content flashes (WCAG 2.3.1)";
+      },
+      10s));
+  EXPECT_TRUE(running.said("flashes ("));
+  const auto remembered = korvalen({"settings", "show"});
+  EXPECT_THAT(remembered.output, HasSubstr("items/1/red.mp4"));
+}
+
 // A private system bus with python3-dbusmock's UPower and logind on it, for the wallpaper to
 // watch as it would the machine's own.
 TEST_F(LiveWallpaper, BatteryLockAndSleepFromTheSystemBusPauseAndResumeIt) {

@@ -52,8 +52,9 @@ class EventLoop {
   // Once, after `delay` on the monotonic clock (which setting the system clock does not move).
   [[nodiscard]] std::expected<std::unique_ptr<Watch>, std::string> after(std::chrono::nanoseconds delay,
                                                                          std::function<void()> due);
-  // The signal is blocked for the process and delivered here instead. Call before any other
-  // thread starts, so none of them receives it.
+  // The signal is blocked for the process and delivered here instead; when the watch goes it
+  // is unblocked on the loop's thread again. Call before any other thread starts, so none of
+  // them receives it.
   [[nodiscard]] std::expected<std::unique_ptr<Watch>, std::string> onSignal(int signal, std::function<void()> handler);
   // Runs before every sleep: for connections that buffer what they send (flush) or read
   // ahead of the descriptor (events already queued must be handled before poll waits).
@@ -73,6 +74,7 @@ class EventLoop {
     int fd = -1;
     short events = 0;
     bool owned = false;  // the loop closes it
+    int signal = 0;      // blocked for this source, unblocked again when it goes
     std::function<void(short)> ready;
   };
   std::uint64_t add(Source source);

@@ -29,7 +29,7 @@ std::expected<std::unique_ptr<EventLoop>, std::string> EventLoop::make() {
     return std::unexpected(fmt::format("could not start the event loop: {}", systemText(errno)));
   }
   std::unique_ptr<EventLoop> loop(new EventLoop(wake));
-  loop->add(Source{wake, POLLIN, false, [raw = loop.get()](short) { raw->runPosted(); }});
+  loop->add(Source{wake, POLLIN, false, 0, [raw = loop.get()](short) { raw->runPosted(); }});
   return loop;
 }
 
@@ -61,11 +61,17 @@ void EventLoop::remove(std::uint64_t id) {
   if (found->second.owned) {
     ::close(found->second.fd);
   }
+  if (const int signal = found->second.signal; signal != 0) {
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, signal);
+    ::pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
+  }
   sources_.erase(found);
 }
 
 std::unique_ptr<EventLoop::Watch> EventLoop::watch(int fd, short events, std::function<void(short)> ready) {
-  return std::make_unique<Watch>(*this, add(Source{fd, events, false, std::move(ready)}));
+  return std::make_unique<Watch>(*this, add(Source{fd, events, false, 0, std::move(ready)}));
 }
 
 std::expected<std::unique_ptr<EventLoop::Watch>, std::string> EventLoop::oneShot(int clock, int flags,
@@ -87,7 +93,7 @@ std::expected<std::unique_ptr<EventLoop::Watch>, std::string> EventLoop::oneShot
     return std::unexpected(fmt::format("could not set a timer: {}", systemText(error)));
   }
   auto fired = std::make_shared<bool>(false);
-  const auto id = add(Source{fd, POLLIN, true, [fd, fired, due = std::move(due)](short) {
+  const auto id = add(Source{fd, POLLIN, true, 0, [fd, fired, due = std::move(due)](short) {
                                if (*fired) {
                                  return;
                                }
@@ -134,7 +140,7 @@ std::expected<std::unique_ptr<EventLoop::Watch>, std::string> EventLoop::onSigna
   if (fd < 0) {
     return std::unexpected(fmt::format("could not watch signal {}: {}", signal, systemText(errno)));
   }
-  const auto id = add(Source{fd, POLLIN, true, [fd, handler = std::move(handler)](short) {
+  const auto id = add(Source{fd, POLLIN, true, signal, [fd, handler = std::move(handler)](short) {
                                signalfd_siginfo info{};
                                while (::read(fd, &info, sizeof info) == static_cast<ssize_t>(sizeof info)) {
                                  handler();

@@ -2,85 +2,35 @@
 
 #include "core/diagnostics/log.hpp"
 #include "core/screensaver/saver_controller.hpp"
+#include "engine/loop/event_loop.hpp"
 #include "engine/software/software_saver.hpp"
 #include "host/x11/x11_connection.hpp"
 #include "host/x11/x11_monitors.hpp"
 #include "saver/linux/sdl_sound.hpp"
 
 #include <SDL2/SDL.h>
+#include <SDL2/SDL_syswm.h>
 #include <X11/Xatom.h>
 #include <X11/Xutil.h>
 #include <X11/keysym.h>
-#include <fcntl.h>
 #include <poll.h>
 #include <unistd.h>
 
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cerrno>
 #include <charconv>
 #include <chrono>
 #include <cmath>
 #include <csignal>
 #include <cstdlib>
+#include <limits>
 #include <memory>
+#include <vector>
 
 namespace korvalen::host {
 namespace {
-
-// Set from the signal handler; the pipe wakes the loop at once.
-std::atomic<bool> stopRequested{false};
-int wakeWrite = -1;
-
-extern "C" void onStopSignal(int) {
-  stopRequested = true;
-  if (wakeWrite >= 0) {
-    const char byte = 1;
-    [[maybe_unused]] const auto written = ::write(wakeWrite, &byte, 1);
-  }
-}
-
-// SIGTERM (how XScreenSaver stops a hack) and SIGINT stop the host; the old handlers come
-// back when it returns.
-class StopSignals {
- public:
-  StopSignals() {
-    if (::pipe2(pipe_, O_CLOEXEC | O_NONBLOCK) == 0) {
-      wakeWrite = pipe_[1];
-    }
-    stopRequested = false;
-    struct sigaction action {};
-    action.sa_handler = onStopSignal;
-    sigemptyset(&action.sa_mask);
-    ::sigaction(SIGTERM, &action, &oldTerm_);
-    ::sigaction(SIGINT, &action, &oldInt_);
-  }
-  ~StopSignals() {
-    ::sigaction(SIGTERM, &oldTerm_, nullptr);
-    ::sigaction(SIGINT, &oldInt_, nullptr);
-    wakeWrite = -1;
-    for (const int end : pipe_) {
-      if (end >= 0) {
-        ::close(end);
-      }
-    }
-  }
-  StopSignals(const StopSignals&) = delete;
-  StopSignals& operator=(const StopSignals&) = delete;
-  [[nodiscard]] int wakeFd() const { return pipe_[0]; }
-  void drain() const {
-    char bytes[64];
-    while (pipe_[0] >= 0 && ::read(pipe_[0], bytes, sizeof bytes) > 0) {
-    }
-  }
-
- private:
-  int pipe_[2] = {-1, -1};
-  struct sigaction oldTerm_ {};
-  struct sigaction oldInt_ {};
-};
 
 // A window that goes away under us makes the server answer later requests with errors;
 // they are expected, and must not end the process as Xlib's default handler would.
@@ -192,26 +142,50 @@ class Host {
     return {};
   }
 
-  void run() {
-    const StopSignals signals;
+  // Until SIGTERM or SIGINT (handled by the loop's owner), the window closed or Escape, every
+  // foreign window gone, or `seconds`. The loop sleeps until the next frame any view needs,
+  // an X event, or a finished load.
+  void run(engine::EventLoop& loop) {
     const auto started = std::chrono::steady_clock::now();
-    const auto elapsed = [&] {
+    const auto elapsed = [started] {
       return std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
     };
     for (auto& view : views_) {
       view.saver->loop().setLive(true);
+      view.saver->loop().setWaker([&loop] { loop.post([] {}); });
       view.controller->startAnimation();
     }
-    while (!stopRequested && !quit_) {
+    std::vector<std::unique_ptr<engine::EventLoop::Watch>> watches;
+    watches.push_back(loop.watch(ConnectionNumber(display_), POLLIN, [](short) {}));
+    // SDL reads its own connection: drained with every step, so the server never waits on it.
+    std::vector<int> sdlConnections;
+    for (const auto& view : views_) {
+      SDL_SysWMinfo info;
+      SDL_VERSION(&info.version);
+      if (view.sdl != nullptr && SDL_GetWindowWMInfo(view.sdl, &info) == SDL_TRUE && info.subsystem == SDL_SYSWM_X11) {
+        const int fd = ConnectionNumber(info.info.x11.display);
+        if (std::find(sdlConnections.begin(), sdlConnections.end(), fd) == sdlConnections.end()) {
+          sdlConnections.push_back(fd);
+          watches.push_back(loop.watch(fd, POLLIN, [](short) {}));
+        }
+      }
+    }
+    if (options_.seconds) {
+      const auto limit =
+          std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::duration<double>(*options_.seconds));
+      if (auto timer = loop.after(limit, [&loop] { loop.quit(); })) {
+        watches.push_back(std::move(*timer));
+      }
+    }
+    std::unique_ptr<engine::EventLoop::Watch> frame;
+    watches.push_back(loop.beforeSleep([&] {
       handleEvents();
-      if (stopRequested || quit_ || std::none_of(views_.begin(), views_.end(), [](const View& v) { return !v.gone; })) {
-        break;
+      if (quit_ || std::none_of(views_.begin(), views_.end(), [](const View& v) { return !v.gone; })) {
+        loop.quit();
+        return;
       }
       const double now = elapsed();
-      if (options_.seconds && now >= *options_.seconds) {
-        break;
-      }
-      double wake = now + 0.1;
+      double wake = std::numeric_limits<double>::infinity();
       for (auto& view : views_) {
         if (!view.gone) {
           view.saver->loop().runUntil(now);
@@ -219,13 +193,20 @@ class Host {
           wake = std::min(wake, view.saver->loop().nextWake());
         }
       }
-      if (options_.seconds) {
-        wake = std::min(wake, *options_.seconds);
+      XFlush(display_);
+      frame.reset();
+      if (std::isfinite(wake)) {
+        // A frame not decoded yet is looked for again a moment later, not in a spin.
+        const double delay = std::max(wake - elapsed(), 0.002);
+        if (auto timer = loop.after(std::chrono::nanoseconds(static_cast<std::int64_t>(delay * 1e9)), [] {})) {
+          frame = std::move(*timer);
+        }
       }
-      waitUntil(signals, std::max(0.0, wake - elapsed()));
-      signals.drain();
-    }
+    }));
+    loop.run();
+    frame.reset();
     for (auto& view : views_) {
+      view.saver->loop().setWaker({});
       if (!view.gone) {
         view.controller->stopAnimation();
       }
@@ -390,14 +371,6 @@ class Host {
     view.controller->viewDidMoveToWindow();
   }
 
-  void waitUntil(const StopSignals& signals, double seconds) const {
-    if (XPending(display_) > 0) {
-      return;
-    }
-    pollfd watched[2] = {{ConnectionNumber(display_), POLLIN, 0}, {signals.wakeFd(), POLLIN, 0}};
-    ::poll(watched, signals.wakeFd() >= 0 ? 2 : 1, static_cast<int>(std::ceil(seconds * 1000)));
-  }
-
   Display* display_;
   DesktopOptions options_;
   std::vector<Monitor> monitors_;
@@ -415,6 +388,19 @@ std::expected<void, std::string> runOnDesktop(const DesktopOptions& options) {
   if (!display) {
     return std::unexpected(display.error());
   }
+  // The loop and its signals first: every thread started after (SDL's audio) keeps them blocked.
+  auto loop = engine::EventLoop::make();
+  if (!loop) {
+    return std::unexpected(loop.error());
+  }
+  std::vector<std::unique_ptr<engine::EventLoop::Watch>> signals;
+  for (const int signal : {SIGINT, SIGTERM}) {
+    auto watch = (*loop)->onSignal(signal, [raw = loop->get()] { raw->quit(); });
+    if (!watch) {
+      return std::unexpected(watch.error());
+    }
+    signals.push_back(std::move(*watch));
+  }
   const SdlLibrary sdl;
   if (!sdl.ok()) {
     return std::unexpected(fmt::format("SDL cannot start its video: {}", SDL_GetError()));
@@ -425,7 +411,7 @@ std::expected<void, std::string> runOnDesktop(const DesktopOptions& options) {
     Host host(display->get(), options);
     result = host.open(sound);
     if (result) {
-      host.run();
+      host.run(**loop);
     }
   }
   return result;
