@@ -483,7 +483,12 @@ TEST_F(LiveWallpaper, UnderACompositorItStillShowsAsADesktopWindowOrInTheRootWin
 
 TEST_F(LiveWallpaper, OneWallpaperAtATimeAndOnlyItsOwnUserGetsAnAnswer) {
   redEverywhere();
+  // A client asking before the wallpaper is up waits for it rather than failing.
+  auto& early = start(KORVALEN_EXECUTABLE, {"wallpaper", "status"});
+  std::this_thread::sleep_for(300ms);
   auto& first = wallpaper();
+  EXPECT_EQ(early.child.wait(early.out, early.err), 0) << early.err;
+  EXPECT_THAT(early.out, HasSubstr("2 monitor(s)"));
   const auto second = korvalen({"wallpaper", "--seconds", "5"});
   EXPECT_EQ(second.exitCode, 1);
   EXPECT_THAT(second.error, HasSubstr("a live wallpaper is running already"));
@@ -506,14 +511,40 @@ TEST_F(LiveWallpaper, OneWallpaperAtATimeAndOnlyItsOwnUserGetsAnAnswer) {
   EXPECT_THAT(unknown.error, HasSubstr("no monitor nowhere|1x1"));
 }
 
+TEST_F(LiveWallpaper, AnotherProgramsDesktopWindowOverOursIsNamedAndStopsThatMonitor) {
+  windowManager("openbox");
+  redEverywhere();
+  auto& running = wallpaper();
+  ASSERT_TRUE(statusSays([](const Json& s) { return modes(s, "running", "running"); }));
+  // A file manager's icon layer: a desktop-typed window over the left monitor, mapped later.
+  Display* x = display_.get();
+  const Window icons = XCreateSimpleWindow(x, DefaultRootWindow(x), 0, 0, monitorWidth, monitorHeight, 0, 0,
+                                           WhitePixel(x, DefaultScreen(x)));
+  const Atom type = XInternAtom(x, "_NET_WM_WINDOW_TYPE", False);
+  Atom desktop = XInternAtom(x, "_NET_WM_WINDOW_TYPE_DESKTOP", False);
+  XChangeProperty(x, icons, type, XA_ATOM, 32, PropModeReplace, reinterpret_cast<unsigned char*>(&desktop), 1);
+  std::string name = "pcmanfm";
+  std::string kind = "Pcmanfm";
+  XClassHint hint{name.data(), kind.data()};
+  XSetClassHint(x, icons, &hint);
+  XMapWindow(x, icons);
+  XSync(x, False);
+  ASSERT_TRUE(statusSays([](const Json& s) {
+    return modes(s, "paused", "running") && s[0]["reason"] == "covered by Pcmanfm's desktop window";
+  })) << running.err;
+  XDestroyWindow(x, icons);
+  XSync(x, False);
+  ASSERT_TRUE(statusSays([](const Json& s) { return modes(s, "running", "running"); }));
+}
+
 TEST_F(LiveWallpaper, ContentSeenToFlashIsPausedAndRememberedInTheSettings) {
   // Imported calm, then swapped for black and white five times a second behind the library's
   // back: only the live guard can catch it.
   const auto flashing = folder_ / "flashing.mp4";
-  const auto made = engine::run(testing::ffmpegOnPath(),
-                                {"-v", "error", "-f", "lavfi", "-i", "color=c=black:s=160x120:r=30", "-vf",
-                                 "geq=lum='if(lt(mod(T\\,0.2)\\,0.1)\\,255\\,0)':cb=128:cr=128", "-t", "6",
-                                 "-c:v", "libx264", "-pix_fmt", "yuv420p", flashing.string()});
+  const auto made =
+      engine::run(testing::ffmpegOnPath(), {"-v", "error", "-f", "lavfi", "-i", "color=c=black:s=160x120:r=30", "-vf",
+                                            "geq=lum='if(lt(mod(T\\,0.2)\\,0.1)\\,255\\,0)':cb=128:cr=128", "-t", "6",
+                                            "-c:v", "libx264", "-pix_fmt", "yuv420p", flashing.string()});
   ASSERT_TRUE(made && made->exitCode == 0) << (made ? made->error : made.error());
   const auto inLibrary = folder_ / "data" / "Korvalen" / "Library" / "items" / "1" / "red.mp4";
   ASSERT_TRUE(std::filesystem::exists(inLibrary));

@@ -46,8 +46,13 @@ std::optional<std::vector<unsigned long>> listOf(Display* display, Window window
   }
   std::optional<std::vector<unsigned long>> items;
   if (actual == type && format == 32) {
+    // Xlib hands 32-bit items out in longs, sign-extended: 0xFFFFFFFF (every desktop) would
+    // read as all ones otherwise.
     const auto* values = reinterpret_cast<const unsigned long*>(data);
-    items.emplace(values, values + count);
+    items.emplace();
+    for (unsigned long i = 0; i < count; ++i) {
+      items->push_back(values[i] & 0xFFFFFFFFUL);
+    }
   }
   XFree(data);
   return items;
