@@ -212,6 +212,10 @@ class Daemon {
       }
     }
     sessions_ = std::move(next);
+    // A frame may be due before the next evaluation: no copying to or from a monitor gone.
+    std::erase_if(leaders_, [&](const auto& pair) {
+      return !sessions_.contains(pair.first) || !sessions_.contains(pair.second);
+    });
   }
 
   void monitorsChanged() {
@@ -449,8 +453,8 @@ class Daemon {
         if (leader == id) {
           copies = [this, t, leaderID = id] {
             for (const auto& [other, whose] : leaders_) {
-              if (whose == leaderID) {
-                sessions_.at(other)->copy(leaderID, t, *display_);
+              if (const auto found = sessions_.find(other); whose == leaderID && found != sessions_.end()) {
+                found->second->copy(leaderID, t, *display_);
               }
             }
           };
