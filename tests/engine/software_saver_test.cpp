@@ -66,7 +66,7 @@ class SoftwareSaverTest : public ::testing::Test {
   static void TearDownTestSuite() { media_.reset(); }
   static std::string file(const std::string& name) { return (*media_ / name).string(); }
 
-  void start(const SaverPlan& plan, saver::Size size = {400, 200}, bool preview = false,
+  void start(const SaverPlan& plan, scene::Size size = {400, 200}, bool preview = false,
              std::shared_ptr<SoundOutput> sound = nullptr) {
     ASSERT_TRUE(plan.write(planPath()).has_value());
     size_ = size;
@@ -121,7 +121,7 @@ class SoftwareSaverTest : public ::testing::Test {
 
   korvalen::testing::TempFolder folder;
   log::Capture capture;
-  saver::Size size_;
+  scene::Size size_;
   std::unique_ptr<SoftwareSaver> saver_;
   std::shared_ptr<saver::SaverController> controller_;
 
@@ -409,7 +409,7 @@ TEST_F(SoftwareSaverTest, DrawingOnlyWhenChangedSkipsAnUnchangedPictureAndNotANe
   EXPECT_FALSE(saver_->draw(picture.canvas(), true));
   EXPECT_TRUE(saver_->draw(picture.canvas())) << "asked to, it always draws";
   // A change of the layers (the flash guard pausing, a resize) counts as well.
-  saver_->setScreen(SoftwareScreen{{32, 24}, "display-0|64x48", false, saver::Size{64, 48}});
+  saver_->setScreen(SoftwareScreen{{32, 24}, "display-0|64x48", false, scene::Size{64, 48}});
   controller_->boundsChanged();
   Picture smaller(32, 24);
   EXPECT_TRUE(saver_->draw(smaller.canvas(), true));
@@ -419,7 +419,7 @@ TEST_F(SoftwareSaverTest, AResizedViewIsPlacedAgainInItsNewBounds) {
   start(planWith(video("quad.mp4", FitMode::stretch)), {320, 180});
   expectColour(at(0.2), 300, 170, {255, 255, 255}, "white quadrant, bottom right");
   size_ = {160, 180};
-  saver_->setScreen(SoftwareScreen{size_, "display-0|320x180", false, saver::Size{320, 180}});
+  saver_->setScreen(SoftwareScreen{size_, "display-0|320x180", false, scene::Size{320, 180}});
   controller_->boundsChanged();
   const auto narrow = at(0.3);
   expectColour(narrow, 150, 170, {255, 255, 255}, "stretched into the narrower view");

@@ -1,6 +1,6 @@
 # Inside the core, areas depend downwards only, in this order; an include of a later area
 # from an earlier one fails this check, naming the file and the include.
-set(order support diagnostics rendering library playback app desktop planning screensaver wallpaper)
+set(order support diagnostics rendering library playback app desktop planning scene screensaver wallpaper)
 file(GLOB_RECURSE files "${SOURCE}/core/*.hpp" "${SOURCE}/core/*.cpp")
 set(problems "")
 foreach(file ${files})

@@ -4,6 +4,8 @@
 // 0.1 whose darker level is below 0.8.
 #pragma once
 
+#include "core/rendering/video_fit.hpp"
+
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -58,5 +60,12 @@ class FlashAnalyzer {
   bool violated_ = false;
   std::int64_t peakFlashesPerSecond_ = 0;
 };
+
+// The mean relative luminance of a normalised region of a BGRA frame, every `step`-th
+// pixel each way, with the step chosen so that about 64k pixels are read however large the
+// frame: what every engine's `sampleLuminances` and `frameLuminances` compute. A region
+// outside the frame, or an empty frame, reads as the whole frame / 0.
+double regionLuminance(std::span<const std::uint8_t> bgra, std::int64_t width, std::int64_t height, std::int64_t stride,
+                       const FitRect& region);
 
 }  // namespace korvalen

@@ -11,7 +11,7 @@
 
 #include "core/planning/saver_plan.hpp"
 #include "core/playback/flash_analyzer.hpp"
-#include "core/screensaver/saver_platform.hpp"
+#include "core/screensaver/host_view.hpp"
 
 #include <filesystem>
 #include <memory>

@@ -5,7 +5,7 @@
 namespace korvalen::engine {
 namespace {
 
-class SoftwareTimer final : public saver::Timer {
+class SoftwareTimer final : public scene::Timer {
  public:
   explicit SoftwareTimer(std::shared_ptr<bool> alive) : alive_(std::move(alive)) {}
   ~SoftwareTimer() override { *alive_ = false; }
@@ -19,7 +19,7 @@ class SoftwareTimer final : public saver::Timer {
 
 }  // namespace
 
-std::unique_ptr<saver::Timer> SaverLoop::scheduleRepeating(double seconds, std::function<void()> tick) {
+std::unique_ptr<scene::Timer> SaverLoop::scheduleRepeating(double seconds, std::function<void()> tick) {
   auto alive = std::make_shared<bool>(true);
   entries_.push_back(Entry{seconds, now_ + seconds, std::move(tick), alive});
   return std::make_unique<SoftwareTimer>(alive);

@@ -6,7 +6,8 @@
 // Thread: the loop's; `finishWork` and the waker from any.
 #pragma once
 
-#include "core/screensaver/saver_platform.hpp"
+#include "core/scene/main_loop.hpp"
+#include "core/scene/media.hpp"
 
 #include <condition_variable>
 #include <deque>
@@ -18,9 +19,9 @@
 
 namespace korvalen::engine {
 
-class SaverLoop final : public saver::MainLoop {
+class SaverLoop final : public scene::MainLoop {
  public:
-  std::unique_ptr<saver::Timer> scheduleRepeating(double seconds, std::function<void()> tick) override;
+  std::unique_ptr<scene::Timer> scheduleRepeating(double seconds, std::function<void()> tick) override;
   [[nodiscard]] double mediaTime() const override { return now_; }
 
   // Work started off the loop (a load) that will post its result; the clock waits for it.

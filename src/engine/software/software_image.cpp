@@ -1,5 +1,7 @@
 #include "engine/software/software_image.hpp"
 
+#include "core/playback/flash_analyzer.hpp"
+
 #include <cmath>
 
 namespace korvalen::engine {
@@ -20,7 +22,7 @@ std::vector<double> SoftwareImage::frameLuminances(const FitRect& region) const 
   std::vector<double> values;
   values.reserve(frames_.size());
   for (const auto& frame : frames_) {
-    values.push_back(saver::regionLuminance(frame.bgra, frame.width, frame.height, frame.width * 4, region));
+    values.push_back(regionLuminance(frame.bgra, frame.width, frame.height, frame.width * 4, region));
   }
   return values;
 }

@@ -4,7 +4,8 @@
 // Thread: the loop's.
 #pragma once
 
-#include "core/screensaver/saver_platform.hpp"
+#include "core/scene/main_loop.hpp"
+#include "core/scene/media.hpp"
 #include "engine/compositor.hpp"
 #include "engine/software/saver_loop.hpp"
 
@@ -17,7 +18,7 @@
 namespace korvalen::engine {
 
 // A layer of the CPU compositor.
-class SoftwareLayer final : public saver::Layer, public std::enable_shared_from_this<SoftwareLayer> {
+class SoftwareLayer final : public scene::Layer, public std::enable_shared_from_this<SoftwareLayer> {
  public:
   using Content = std::function<const Picture*(double localTime)>;
 
@@ -30,7 +31,7 @@ class SoftwareLayer final : public saver::Layer, public std::enable_shared_from_
     scaleX = x;
     scaleY = y;
   }
-  void setFilters(const saver::Filters& value) override { filters = value; }
+  void setFilters(const scene::Filters& value) override { filters = value; }
   void setSpeed(double speed) override;
   void setTimeOffset(double seconds) override;
 
@@ -43,7 +44,7 @@ class SoftwareLayer final : public saver::Layer, public std::enable_shared_from_
   bool masks = false;  // children drawn only within the frame
   double scaleX = 1;
   double scaleY = 1;
-  std::optional<saver::Filters> filters;
+  std::optional<scene::Filters> filters;
   Content content;  // what the layer shows over its whole frame
   SoftwareLayer* parent = nullptr;
   std::vector<std::shared_ptr<SoftwareLayer>> children;

@@ -11,12 +11,12 @@ namespace {
 constexpr std::size_t maximumPictureFrames = 2000;
 }  // namespace
 
-std::shared_ptr<saver::VideoWallpaper> SoftwareMedia::makeVideo(const std::filesystem::path& file,
+std::shared_ptr<scene::VideoWallpaper> SoftwareMedia::makeVideo(const std::filesystem::path& file,
                                                                 const TrimRange& trim) {
   return makeSoftwareVideo(file, trim, loop_, sound_);
 }
 
-std::expected<std::shared_ptr<saver::DecodedImage>, std::string> SoftwareMedia::loadImage(
+std::expected<std::shared_ptr<scene::DecodedImage>, std::string> SoftwareMedia::loadImage(
     const std::filesystem::path& file) {
   auto decoder = MediaDecoder::open(file);
   if (!decoder) {
@@ -43,8 +43,8 @@ std::expected<std::shared_ptr<saver::DecodedImage>, std::string> SoftwareMedia::
   return std::make_shared<SoftwareImage>(std::move(frames), std::move(delays));
 }
 
-std::shared_ptr<saver::AnimatedWallpaper> SoftwareMedia::makeAnimation(
-    const std::shared_ptr<saver::DecodedImage>& image) {
+std::shared_ptr<scene::AnimatedWallpaper> SoftwareMedia::makeAnimation(
+    const std::shared_ptr<scene::DecodedImage>& image) {
   return makeSoftwareAnimation(std::static_pointer_cast<SoftwareImage>(image), loop_);
 }
 

@@ -1,7 +1,8 @@
 // The software engine's media: videos, decoded pictures and the animations that show them.
 #pragma once
 
-#include "core/screensaver/saver_platform.hpp"
+#include "core/scene/main_loop.hpp"
+#include "core/scene/media.hpp"
 #include "engine/software/saver_loop.hpp"
 #include "engine/sound_track.hpp"
 
@@ -9,13 +10,13 @@
 
 namespace korvalen::engine {
 
-class SoftwareMedia final : public saver::MediaFactory {
+class SoftwareMedia final : public scene::MediaFactory {
  public:
   SoftwareMedia(SaverLoop& loop, std::shared_ptr<SoundOutput> sound) : loop_(loop), sound_(std::move(sound)) {}
-  std::shared_ptr<saver::VideoWallpaper> makeVideo(const std::filesystem::path& file, const TrimRange& trim) override;
-  std::expected<std::shared_ptr<saver::DecodedImage>, std::string> loadImage(
+  std::shared_ptr<scene::VideoWallpaper> makeVideo(const std::filesystem::path& file, const TrimRange& trim) override;
+  std::expected<std::shared_ptr<scene::DecodedImage>, std::string> loadImage(
       const std::filesystem::path& file) override;
-  std::shared_ptr<saver::AnimatedWallpaper> makeAnimation(const std::shared_ptr<saver::DecodedImage>& image) override;
+  std::shared_ptr<scene::AnimatedWallpaper> makeAnimation(const std::shared_ptr<scene::DecodedImage>& image) override;
 
  private:
   SaverLoop& loop_;

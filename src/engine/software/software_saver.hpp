@@ -6,7 +6,7 @@
 // finished loads through `SaverLoop::finishWork`.
 #pragma once
 
-#include "core/screensaver/saver_platform.hpp"
+#include "core/screensaver/host_view.hpp"
 #include "engine/compositor.hpp"
 #include "engine/software/saver_loop.hpp"
 #include "engine/software/software_layer.hpp"

@@ -2,7 +2,8 @@
 #pragma once
 
 #include "core/rendering/video_fit.hpp"
-#include "core/screensaver/saver_platform.hpp"
+#include "core/scene/main_loop.hpp"
+#include "core/scene/media.hpp"
 #include "engine/software/saver_loop.hpp"
 #include "engine/software/software_layer.hpp"
 
@@ -10,10 +11,10 @@
 
 namespace korvalen::engine {
 
-class SoftwareSurface final : public saver::ScreenSurface {
+class SoftwareSurface final : public scene::ScreenSurface {
  public:
   explicit SoftwareSurface(const SaverLoop& loop) : loop_(loop) {}
-  Layers makeLayers(saver::Size covering) override {
+  Layers makeLayers(scene::Size covering) override {
     const Area all{0, 0, covering.width, covering.height};
     auto slot = std::make_shared<SoftwareLayer>(loop_, all);
     auto content = std::make_shared<SoftwareLayer>(loop_, all);
@@ -22,23 +23,23 @@ class SoftwareSurface final : public saver::ScreenSurface {
     slot->addSublayer(content);
     return {slot, content};
   }
-  void resize(saver::Layer& layer, saver::Size covering) override {
+  void resize(scene::Layer& layer, scene::Size covering) override {
     static_cast<SoftwareLayer&>(layer).frame = Area{0, 0, covering.width, covering.height};
   }
-  std::optional<saver::Filters> appearanceFilters(double dim, double saturation, double sharpen) override {
-    return saver::Filters::forAppearance(dim, saturation, sharpen);
+  std::optional<scene::Filters> appearanceFilters(double dim, double saturation, double sharpen) override {
+    return scene::Filters::forAppearance(dim, saturation, sharpen);
   }
-  VideoPlacement placement(const saver::Screen& on, std::int64_t contentWidth, std::int64_t contentHeight, FitMode fit,
+  VideoPlacement placement(const scene::Screen& on, std::int64_t contentWidth, std::int64_t contentHeight, FitMode fit,
                            const std::optional<CropRect>& crop) override {
     // One point is one pixel here.
     return VideoFit::compute(contentWidth, contentHeight, std::llround(on.frame.width), std::llround(on.frame.height),
                              fit, crop);
   }
-  void place(const VideoPlacement& placement, saver::Layer& content) override {
+  void place(const VideoPlacement& placement, scene::Layer& content) override {
     const auto& d = placement.destination;
     static_cast<SoftwareLayer&>(content).frame = Area{d.x, d.y, d.width, d.height};
   }
-  void crop(saver::Layer& picture, const VideoPlacement& placement) override {
+  void crop(scene::Layer& picture, const VideoPlacement& placement) override {
     // The whole picture, scaled so that the visible part fills the content layer.
     const auto& c = placement.sourceCrop;
     const auto& d = placement.destination;

@@ -1,5 +1,6 @@
 #include "engine/software/software_video.hpp"
 
+#include "core/playback/flash_analyzer.hpp"
 #include "engine/media_decoder.hpp"
 #include "engine/software/software_image.hpp"
 #include "engine/software/software_layer.hpp"
@@ -13,7 +14,7 @@
 namespace korvalen::engine {
 namespace {
 
-class SoftwareVideo final : public saver::VideoWallpaper, public std::enable_shared_from_this<SoftwareVideo> {
+class SoftwareVideo final : public scene::VideoWallpaper, public std::enable_shared_from_this<SoftwareVideo> {
  public:
   SoftwareVideo(std::filesystem::path file, TrimRange trim, SaverLoop& loop, std::shared_ptr<SoundOutput> output)
       : file_(std::move(file)), trim_(trim), loop_(loop), output_(std::move(output)) {}
@@ -36,7 +37,7 @@ class SoftwareVideo final : public saver::VideoWallpaper, public std::enable_sha
     }
   }
   [[nodiscard]] double soundLevel() const override { return level_; }
-  std::shared_ptr<saver::Layer> makeLayer() override {
+  std::shared_ptr<scene::Layer> makeLayer() override {
     auto layer = std::make_shared<SoftwareLayer>(loop_, Area{});
     std::weak_ptr<SoftwareVideo> self = weak_from_this();
     layer->content = [self](double) -> const Picture* {
@@ -61,10 +62,10 @@ class SoftwareVideo final : public saver::VideoWallpaper, public std::enable_sha
       auto opened = MediaDecoder::open(file, options);
       std::shared_ptr<MediaDecoder> decoder;
       std::shared_ptr<SoundTrack> sound;
-      std::expected<saver::PixelSize, std::string> result = std::unexpected(std::string());
+      std::expected<scene::PixelSize, std::string> result = std::unexpected(std::string());
       if (opened) {
         decoder = std::move(*opened);
-        result = saver::PixelSize{decoder->info().width, decoder->info().height};
+        result = scene::PixelSize{decoder->info().width, decoder->info().height};
         if (soundRate > 0) {
           // Sound that will not decode leaves the picture playing on its own.
           auto track = SoundTrack::open(file, options.start, options.end, soundRate);
@@ -114,8 +115,7 @@ class SoftwareVideo final : public saver::VideoWallpaper, public std::enable_sha
     std::vector<double> values;
     values.reserve(regions.size());
     for (const auto& region : regions) {
-      values.push_back(
-          saver::regionLuminance(picture->bgra, picture->width, picture->height, picture->width * 4, region));
+      values.push_back(regionLuminance(picture->bgra, picture->width, picture->height, picture->width * 4, region));
     }
     return values;
   }
@@ -218,7 +218,7 @@ class SoftwareVideo final : public saver::VideoWallpaper, public std::enable_sha
 
 }  // namespace
 
-std::shared_ptr<saver::VideoWallpaper> makeSoftwareVideo(std::filesystem::path file, TrimRange trim, SaverLoop& loop,
+std::shared_ptr<scene::VideoWallpaper> makeSoftwareVideo(std::filesystem::path file, TrimRange trim, SaverLoop& loop,
                                                          std::shared_ptr<SoundOutput> output) {
   return std::make_shared<SoftwareVideo>(std::move(file), trim, loop, std::move(output));
 }

@@ -4,7 +4,8 @@
 #pragma once
 
 #include "core/rendering/trim_range.hpp"
-#include "core/screensaver/saver_platform.hpp"
+#include "core/scene/main_loop.hpp"
+#include "core/scene/media.hpp"
 #include "engine/software/saver_loop.hpp"
 #include "engine/sound_track.hpp"
 
@@ -13,7 +14,7 @@
 
 namespace korvalen::engine {
 
-std::shared_ptr<saver::VideoWallpaper> makeSoftwareVideo(std::filesystem::path file, TrimRange trim, SaverLoop& loop,
+std::shared_ptr<scene::VideoWallpaper> makeSoftwareVideo(std::filesystem::path file, TrimRange trim, SaverLoop& loop,
                                                          std::shared_ptr<SoundOutput> output);
 
 }  // namespace korvalen::engine

@@ -1,7 +1,7 @@
 // The host view of the software engine: a root layer of the screen's size, in a window or not.
 #pragma once
 
-#include "core/screensaver/saver_platform.hpp"
+#include "core/screensaver/host_view.hpp"
 #include "engine/software/software_layer.hpp"
 
 #include <memory>
@@ -12,11 +12,11 @@ namespace korvalen::engine {
 
 // A screen of the software engine as its host describes it.
 struct SoftwareScreen {
-  saver::Size size;  // the view's bounds
+  scene::Size size;  // the view's bounds
   std::string id;    // the screen's stable identifier
   bool preview = false;
   // The frame of the screen the view is on, when it is not the view's own size.
-  std::optional<saver::Size> screen;
+  std::optional<scene::Size> screen;
 };
 
 class SoftwareView final : public saver::HostView {
@@ -25,16 +25,16 @@ class SoftwareView final : public saver::HostView {
       : screen_(screen),
         root(std::make_shared<SoftwareLayer>(loop, Area{0, 0, screen.size.width, screen.size.height})) {}
   [[nodiscard]] bool isPreview() const override { return screen_.preview; }
-  [[nodiscard]] saver::Size bounds() const override { return screen_.size; }
+  [[nodiscard]] scene::Size bounds() const override { return screen_.size; }
   [[nodiscard]] bool hasWindow() const override { return inWindow; }
-  [[nodiscard]] std::optional<saver::Screen> windowScreen() const override {
+  [[nodiscard]] std::optional<scene::Screen> windowScreen() const override {
     if (!inWindow) {
       return std::nullopt;
     }
-    return saver::Screen{0, screen_.screen.value_or(screen_.size)};
+    return scene::Screen{0, screen_.screen.value_or(screen_.size)};
   }
-  [[nodiscard]] std::optional<saver::Screen> mainScreen() const override { return windowScreen(); }
-  saver::Layer& layer() override { return *root; }
+  [[nodiscard]] std::optional<scene::Screen> mainScreen() const override { return windowScreen(); }
+  scene::Layer& layer() override { return *root; }
   void prepareLayer() override {}  // the picture starts black
   void setAnimationTimeInterval(double) override {}
   void observeStopNotifications(std::function<void(const std::string&)>) override {}

@@ -247,7 +247,7 @@ class Host {
         {static_cast<double>(view.width), static_cast<double>(view.height)},
         monitor != nullptr ? monitor->id : fmt::format("display-0|{}x{}", view.width, view.height),
         options_.preview || small,
-        saver::Size{static_cast<double>(monitorWidth), static_cast<double>(monitorHeight)}};
+        scene::Size{static_cast<double>(monitorWidth), static_cast<double>(monitorHeight)}};
     view.saver = std::make_unique<engine::SoftwareSaver>(view.described, sound_);
     view.controller = saver::SaverController::make(view.saver->platform(options_.environment));
     return adopt(view);

@@ -5,7 +5,7 @@
 #import <AppKit/AppKit.h>
 #import <QuartzCore/QuartzCore.h>
 
-#include "core/screensaver/saver_platform.hpp"
+#include "core/screensaver/host_view.hpp"
 
 #include <memory>
 #include <optional>

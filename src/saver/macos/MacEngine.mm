@@ -9,6 +9,7 @@
 
 #include "core/desktop/monitor_identity.hpp"
 #include "core/diagnostics/log.hpp"
+#include "core/playback/flash_analyzer.hpp"
 #include "core/rendering/video_fit.hpp"
 
 #include <algorithm>

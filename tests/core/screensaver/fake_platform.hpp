@@ -5,7 +5,7 @@
 #pragma once
 
 #include "core/rendering/video_fit.hpp"
-#include "core/screensaver/saver_platform.hpp"
+#include "core/screensaver/host_view.hpp"
 
 #include <algorithm>
 #include <deque>

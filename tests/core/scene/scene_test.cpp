@@ -1,4 +1,6 @@
-#include "core/screensaver/saver_platform.hpp"
+#include "core/playback/flash_analyzer.hpp"
+#include "core/scene/layer.hpp"
+#include "core/scene/media.hpp"
 
 #include "core/rendering/appearance.hpp"
 
@@ -7,7 +9,7 @@
 #include <cmath>
 #include <vector>
 
-namespace korvalen::saver {
+namespace korvalen::scene {
 namespace {
 
 TEST(SaverPlatform, VideosKeepTheirRateBetweenATenthAndNormal) {
@@ -70,4 +72,4 @@ TEST(SaverPlatform, RegionLuminanceOfALargeFrameSamplesWithAStep) {
 }
 
 }  // namespace
-}  // namespace korvalen::saver
+}  // namespace korvalen::scene
