@@ -5,6 +5,8 @@
 #include "core/desktop/monitor_identity.hpp"
 #include "core/wallpaper/control_protocol.hpp"
 #include "core/wallpaper/playback_controller.hpp"
+#include "engine/ping_pong_builder.hpp"
+#include "engine/process.hpp"
 #include "host/session/system_watcher.hpp"
 #include "saver/linux/sdl_sound.hpp"
 #include "wallpaper/control_server.hpp"
@@ -16,7 +18,10 @@
 
 #include <algorithm>
 #include <csignal>
+#include <limits>
 #include <map>
+#include <set>
+#include <thread>
 
 namespace korvalen::wallpaper {
 
@@ -251,7 +256,54 @@ class Daemon {
     return run_->answer.shared;
   }
 
-  [[nodiscard]] std::optional<Look> lookFor(const MonitorDirective& directive) const {
+  // The item's forwards-and-backwards copy when it asks for one and it is built; otherwise
+  // the build starts in the background (once) and the original plays meanwhile.
+  std::optional<std::filesystem::path> pingPongFor(const LibraryItem& item) {
+    if (!item.pingPongEnabled || item.kind != WallpaperKind::video || !run_ || !run_->library) {
+      return std::nullopt;
+    }
+    engine::PingPongBuilder::Request request;
+    request.source = run_->library->pathOf(item);
+    request.sha256 = item.sha256;
+    request.trimStart = item.trimStart.value_or(0);
+    request.trimEnd = item.trimEnd.value_or(std::numeric_limits<double>::infinity());
+    request.cacheRoot = options_.files.settings.parent_path();
+    if (auto usable = engine::PingPongBuilder::findUsable(request.cacheRoot, request.source, request.sha256,
+                                                          request.trimStart, request.trimEnd)) {
+      return usable;
+    }
+    if (builds_.contains(item.id) || unbuildable_.contains(item.id)) {
+      return std::nullopt;
+    }
+    const auto ffmpeg = engine::findExecutable("ffmpeg", options_.environment("PATH").value_or("/usr/bin:/bin"));
+    if (!ffmpeg) {
+      unbuildable_.insert(item.id);
+      say(fmt::format("item {} asks for a ping-pong copy, but ffmpeg is not on PATH: it plays as it is", item.id));
+      return std::nullopt;
+    }
+    request.ffmpeg = *ffmpeg;
+    say(fmt::format("item {}: building its ping-pong copy; the clip plays as it is meanwhile", item.id));
+    builds_.emplace(item.id, std::jthread([this, request, id = item.id](const std::stop_token& stop) {
+                      auto built = engine::PingPongBuilder::build(request, stop);
+                      if (stop.stop_requested()) {
+                        return;
+                      }
+                      loop_->post([this, id, built = std::move(built)] {
+                        builds_.erase(id);
+                        if (!built.output) {
+                          unbuildable_.insert(id);
+                          say(fmt::format("item {}: no ping-pong copy ({}); it plays as it is", id,
+                                          built.problem.value_or("the build failed")));
+                          return;
+                        }
+                        say(fmt::format("item {}: ping-pong copy built, {}", id, built.output->filename().string()));
+                        later(evaluateDue_);
+                      });
+                    }));
+    return std::nullopt;
+  }
+
+  [[nodiscard]] std::optional<Look> lookFor(const MonitorDirective& directive) {
     if (!run_ || !directive.itemID) {
       return std::nullopt;
     }
@@ -262,6 +314,14 @@ class Daemon {
       return std::nullopt;
     }
     Look look{*directive.itemID, *content, plan};
+    if (const auto* item = run_->library ? run_->library->find(*directive.itemID) : nullptr) {
+      if (const auto copy = pingPongFor(*item)) {
+        // The copy is the trimmed stretch there and back: played whole.
+        look.content.path = copy->string();
+        look.content.trimStart = 0;
+        look.content.trimEnd = 0;
+      }
+    }
     // What the other screens show is not this monitor's business.
     look.plan.screens.clear();
     look.plan.shared.reset();
@@ -630,6 +690,9 @@ class Daemon {
   bool tickDue_ = false;
   std::unique_ptr<engine::EventLoop::Watch> frame_;
   std::unique_ptr<engine::EventLoop::Watch> dpms_;
+  std::set<std::string> unbuildable_;  // items whose ping-pong copy cannot be had
+  // Last: stopped and joined before anything a build posts to is gone.
+  std::map<std::string, std::jthread> builds_;
 };
 
 }  // namespace

@@ -537,6 +537,19 @@ TEST_F(LiveWallpaper, AnotherProgramsDesktopWindowOverOursIsNamedAndStopsThatMon
   ASSERT_TRUE(statusSays([](const Json& s) { return modes(s, "running", "running"); }));
 }
 
+TEST_F(LiveWallpaper, AnItemThatAsksForAPingPongCopyPlaysItOnceBuilt) {
+  redEverywhere();
+  const auto set = korvalen({"library", "set", "1", "pingPongEnabled=true"});
+  ASSERT_EQ(set.exitCode, 0) << set.error;
+  auto& running = wallpaper();
+  EXPECT_TRUE(running.said("item 1: building its ping-pong copy"));
+  ASSERT_TRUE(running.said("item 1: ping-pong copy built, ", 60s)) << running.err;
+  const auto named = running.err.find("ping-pong copy built, ") + std::string("ping-pong copy built, ").size();
+  const auto copy = running.err.substr(named, running.err.find('\n', named) - named);
+  EXPECT_TRUE(running.said("-> " + copy + " fit=fill")) << running.err;
+  EXPECT_TRUE(shows(red, 160, 120));
+}
+
 TEST_F(LiveWallpaper, ContentSeenToFlashIsPausedAndRememberedInTheSettings) {
   // Imported calm, then swapped for black and white five times a second behind the library's
   // back: only the live guard can catch it.
