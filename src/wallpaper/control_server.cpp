@@ -73,7 +73,7 @@ std::expected<std::unique_ptr<ControlServer>, std::string> ControlServer::start(
 }
 
 void ControlServer::accept() {
-  while (auto socket = listener_->accept()) {
+  for (auto socket = listener_->accept(); socket.has_value(); socket = listener_->accept()) {
     const int fd = socket->get();
     const auto peer = engine::peerOf(fd);
     if (!peer || peer->uid != ::getuid()) {

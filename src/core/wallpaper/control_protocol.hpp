@@ -44,7 +44,7 @@ struct ControlReply {
 };
 
 // The longest line either side accepts; a longer one is refused, not buffered without end.
-inline constexpr std::size_t maximumLine = 64 * 1024;
+inline constexpr std::size_t maximumLine = std::size_t{64} * 1024;
 
 // One line (without its line feed); the error names what was wrong with it.
 [[nodiscard]] std::expected<ControlRequest, std::string> parseRequest(std::string_view line);

@@ -89,7 +89,8 @@ std::expected<std::unique_ptr<UnixListener>, std::string> UnixListener::listen(c
   }
   Descriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   if (!socket.valid()) {
-    return std::unexpected(fmt::format("{}: no socket can be made ({})", path.string(), std::strerror(errno)));
+    return std::unexpected(
+        fmt::format("{}: no socket can be made ({})", path.string(), std::generic_category().message(errno)));
   }
   // Made private before it has a name, so nobody else can connect in between.
   ::fchmod(socket.get(), 0600);
@@ -98,12 +99,14 @@ std::expected<std::unique_ptr<UnixListener>, std::string> UnixListener::listen(c
   const int bindError = errno;
   ::umask(before);
   if (bound != 0) {
-    return std::unexpected(fmt::format("{}: cannot listen there ({})", path.string(), std::strerror(bindError)));
+    return std::unexpected(
+        fmt::format("{}: cannot listen there ({})", path.string(), std::generic_category().message(bindError)));
   }
   if (::listen(socket.get(), 16) != 0) {
     const int listenError = errno;
     fs::remove(path, error);
-    return std::unexpected(fmt::format("{}: cannot listen there ({})", path.string(), std::strerror(listenError)));
+    return std::unexpected(
+        fmt::format("{}: cannot listen there ({})", path.string(), std::generic_category().message(listenError)));
   }
   return std::unique_ptr<UnixListener>(new UnixListener(std::move(socket), path));
 }
@@ -134,7 +137,8 @@ std::expected<Descriptor, std::string> connectUnix(const fs::path& path, std::ch
     }
     const bool starting = fd == -ENOENT || fd == -ECONNREFUSED;
     if (!starting || std::chrono::steady_clock::now() >= until) {
-      return std::unexpected(fmt::format("nothing answers at {} ({})", path.string(), std::strerror(-fd)));
+      return std::unexpected(
+          fmt::format("nothing answers at {} ({})", path.string(), std::generic_category().message(-fd)));
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
   }

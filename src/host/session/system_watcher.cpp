@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <optional>
+#include <system_error>
 
 namespace korvalen::host {
 
@@ -54,7 +55,7 @@ class BusWatcher final : public SystemWatcher {
     if (const int opened = sd_bus_open_system(&bus_); opened < 0) {
       bus_ = nullptr;
       notes_.push_back(fmt::format("no system bus ({}): power from /sys/class/power_supply, no lock or sleep events",
-                                   std::strerror(-opened)));
+                                   std::generic_category().message(-opened)));
       startSysfs();
       return;
     }
