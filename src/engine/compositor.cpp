@@ -166,6 +166,16 @@ Picture checkerPicture(std::int64_t width, std::int64_t height) {
   return picture;
 }
 
+void fillBlack(const Canvas& target) {
+  static constexpr std::uint32_t black = 0xFF000000U;  // B, G, R, A in memory
+  for (std::int64_t y = 0; y < target.height; ++y) {
+    auto* row = target.row(y);
+    for (std::int64_t x = 0; x < target.width; ++x) {
+      std::memcpy(row + x * 4, &black, 4);
+    }
+  }
+}
+
 Picture composite(const TransitionFrame& frame, const Picture& outgoing, const Picture& incoming) {
   Picture target(frame.width, frame.height);
   composite(frame, outgoing, incoming, target.canvas());
@@ -176,13 +186,7 @@ void composite(const TransitionFrame& frame, const Picture& outgoing, const Pict
   KORVALEN_PRECONDITION(outgoing.width == frame.width && outgoing.height == frame.height);
   KORVALEN_PRECONDITION(incoming.width == frame.width && incoming.height == frame.height);
   KORVALEN_PRECONDITION(target.width == frame.width && target.height == frame.height);
-  static constexpr std::uint32_t black = 0xFF000000U;  // B, G, R, A in memory
-  for (std::int64_t y = 0; y < target.height; ++y) {
-    auto* row = target.row(y);
-    for (std::int64_t x = 0; x < target.width; ++x) {
-      std::memcpy(row + x * 4, &black, 4);
-    }
-  }
+  fillBlack(target);
   drawLayer(target, frame.outgoing, outgoing);
   drawLayer(target, frame.incoming, incoming);
 }

@@ -21,6 +21,9 @@ struct Canvas {
   [[nodiscard]] std::uint8_t* row(std::int64_t y) const { return pixels + y * stride; }
 };
 
+// Every pixel of `target` opaque black.
+void fillBlack(const Canvas& target);
+
 struct Picture {
   std::int64_t width = 0;
   std::int64_t height = 0;

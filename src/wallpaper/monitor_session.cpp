@@ -10,20 +10,10 @@ namespace korvalen::wallpaper {
 
 namespace {
 
-void fillBlack(const engine::Canvas& canvas) {
-  static constexpr std::uint32_t black = 0xFF000000U;
-  for (std::int64_t y = 0; y < canvas.height; ++y) {
-    auto* row = canvas.row(y);
-    for (std::int64_t x = 0; x < canvas.width; ++x) {
-      std::memcpy(row + x * 4, &black, 4);
-    }
-  }
-}
-
 void copyInto(const engine::Picture& picture, const engine::Canvas& canvas) {
   const auto width = std::min(picture.width, canvas.width);
   const auto height = std::min(picture.height, canvas.height);
-  fillBlack(canvas);
+  engine::fillBlack(canvas);
   for (std::int64_t y = 0; y < height; ++y) {
     std::memcpy(canvas.row(y), picture.bgra.data() + y * picture.width * 4, static_cast<std::size_t>(width) * 4);
   }
@@ -279,7 +269,7 @@ bool MonitorSession::drawInto(const engine::Canvas& canvas, double now) {
   if (still_) {
     copyInto(*still_, canvas);
   } else {
-    fillBlack(canvas);
+    engine::fillBlack(canvas);
   }
   return true;
 }

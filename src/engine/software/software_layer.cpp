@@ -232,13 +232,7 @@ double SoftwareLayer::localTime(double time, double parentTime) const {
 void compose(const SoftwareLayer& root, double time, const Canvas& target) {
   const Area all{0, 0, static_cast<double>(target.width), static_cast<double>(target.height)};
   if (!picturesCover(root, time, time, Placement{}, all, all)) {
-    static constexpr std::uint32_t black = 0xFF000000U;  // B, G, R, A in memory
-    for (std::int64_t y = 0; y < target.height; ++y) {
-      auto* row = target.row(y);
-      for (std::int64_t x = 0; x < target.width; ++x) {
-        std::memcpy(row + x * 4, &black, 4);
-      }
-    }
+    fillBlack(target);
   }
   composeLayer(root, time, time, Placement{}, all, target);
 }

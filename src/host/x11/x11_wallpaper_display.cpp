@@ -4,6 +4,7 @@
 #include "host/wallpaper_display.hpp"
 
 #include "core/diagnostics/log.hpp"
+#include "core/support/enum_words.hpp"
 #include "host/x11/x11_connection.hpp"
 #include "host/x11/x11_monitors.hpp"
 #include "host/x11/x11_window_list.hpp"
@@ -24,27 +25,19 @@
 
 namespace korvalen::host {
 
+namespace {
+constexpr EnumWords<Placement, 4> placementWords{{{Placement::automatic, "automatic"},
+                                                  {Placement::desktop, "desktop"},
+                                                  {Placement::below, "below"},
+                                                  {Placement::root, "root"}}};
+}  // namespace
+
 std::string_view toString(Placement placement) {
-  switch (placement) {
-    case Placement::automatic:
-      return "automatic";
-    case Placement::desktop:
-      return "desktop";
-    case Placement::below:
-      return "below";
-    case Placement::root:
-      return "root";
-  }
-  return "automatic";
+  return wordFor(placementWords, placement);
 }
 
 std::optional<Placement> placementNamed(std::string_view word) {
-  for (const auto placement : {Placement::automatic, Placement::desktop, Placement::below, Placement::root}) {
-    if (toString(placement) == word) {
-      return placement;
-    }
-  }
-  return std::nullopt;
+  return valueFor(placementWords, word);
 }
 
 namespace {
