@@ -65,6 +65,17 @@ void drawPicture(const Canvas& target, const Picture& picture, const Mapping& ma
   if (x1 <= x0) {
     return;
   }
+  if (picture.source) {
+    // The whole picture at its own size over the whole target: converted straight there.
+    const bool unscaled = mapX.scale == 1 && mapY.scale == 1 && mapX.offset >= -0.5 && mapX.offset < 0.5 &&
+                          mapY.offset >= -0.5 && mapY.offset < 0.5;
+    const bool whole = x0 == 0 && y0 == 0 && x1 == target.width && y1 == target.height &&
+                       picture.width == target.width && picture.height == target.height;
+    if (!(opacity >= 1 && unscaled && whole && picture.source->convertInto(target))) {
+      drawPicture(target, picture.source->converted(), mapX, mapY, clip, opacity);
+    }
+    return;
+  }
   // Where each target column falls in the picture, worked out once for every row; -1 off it.
   std::vector<std::int64_t> columns(static_cast<std::size_t>(x1 - x0));
   bool contiguous = true;

@@ -6,6 +6,7 @@
 #include "core/rendering/transitions.hpp"
 
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 namespace korvalen::engine {
@@ -24,10 +25,29 @@ struct Canvas {
 // Every pixel of `target` opaque black.
 void fillBlack(const Canvas& target);
 
+struct Picture;
+
+// Pixels made only when they are drawn: a decoded video frame kept as the codec made it, so
+// a frame shown whole at its own size is converted straight into the window's memory, and a
+// frame never shown is never converted. Thread: the one that draws.
+class PixelSource {
+ public:
+  virtual ~PixelSource() = default;
+  // Converts the whole picture into `target` when it is the picture's size and the
+  // conversion can write there directly; false otherwise (nothing written).
+  virtual bool convertInto(const Canvas& target) const = 0;
+  // The whole picture converted, for drawing that scales, clips or blends.
+  [[nodiscard]] virtual const Picture& converted() const = 0;
+  // The picture at about `budget` pixels, every Nth pixel of every Nth row, for measuring.
+  [[nodiscard]] virtual const Picture& sampled(std::int64_t budget) const = 0;
+};
+
 struct Picture {
   std::int64_t width = 0;
   std::int64_t height = 0;
   std::vector<std::uint8_t> bgra;  // width × height × 4, rows without padding
+  // Pixels still to be made; `bgra` is then empty and drawing converts them.
+  std::shared_ptr<const PixelSource> source;
 
   Picture() = default;
   Picture(std::int64_t w, std::int64_t h);

@@ -9,6 +9,7 @@
 #pragma once
 
 #include "core/rendering/video_fit.hpp"
+#include "engine/compositor.hpp"
 
 #include <atomic>
 #include <cstdint>
@@ -44,6 +45,9 @@ struct DecodedFrame {
   // The whole picture at the poster size (`DecoderOptions::Poster`), BGRA; empty for frames
   // that have none.
   std::vector<std::uint8_t> poster;
+  // With `DecoderOptions::convertWhenDrawn`: the frame as decoded, converted when drawn;
+  // `pixels` is then empty.
+  std::shared_ptr<const PixelSource> source;
 
   [[nodiscard]] std::int64_t stride() const { return width * 4; }
 };
@@ -81,6 +85,10 @@ struct DecoderOptions {
     const std::atomic<bool>* found = nullptr;
   };
   Poster poster;
+  // Frames kept as decoded and converted only when drawn (`DecodedFrame::source`), on the
+  // drawing thread: for showing, where a frame goes straight into the window's memory and a
+  // frame that is never shown costs no conversion.
+  bool convertWhenDrawn = false;
 };
 
 class MediaDecoder {

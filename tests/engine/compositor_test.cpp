@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <memory>
+
 namespace korvalen::engine {
 namespace {
 
@@ -42,6 +45,76 @@ TEST(Compositor, LayersAreClippedMovedAndBlendedOverBlack) {
   // Zooming in from nothing: only the outgoing picture.
   EXPECT_EQ(grey(composite(find("zoomIn").at(0, 8, 4), white, mid), 4, 2), 255);
   EXPECT_EQ(composite(registry.front().at(1, 8, 4), white, mid).bgra, mid.bgra);
+}
+
+// Pixels made when drawn: converted straight into a target only when the picture covers it
+// whole, at its own size and opaque; drawn from the converted picture otherwise.
+class CountingSource final : public PixelSource {
+ public:
+  CountingSource(Picture pixels, bool writesStraight) : pixels_(std::move(pixels)), direct_(writesStraight) {}
+  bool convertInto(const Canvas& target) const override {
+    if (!direct_) {
+      return false;
+    }
+    ++direct;
+    for (std::int64_t y = 0; y < target.height; ++y) {
+      std::copy_n(pixels_.at(0, y), target.width * 4, target.row(y));
+    }
+    return true;
+  }
+  [[nodiscard]] const Picture& converted() const override {
+    ++whole;
+    return pixels_;
+  }
+  [[nodiscard]] const Picture& sampled(std::int64_t) const override { return pixels_; }
+  mutable int direct = 0;
+  mutable int whole = 0;
+
+ private:
+  Picture pixels_;
+  bool direct_;
+};
+
+TEST(Compositor, PicturesMadeWhenDrawnGoStraightInOnlyWhenTheyCoverTheTargetUnscaled) {
+  struct Case {
+    const char* name;
+    Mapping x, y;
+    Area clip;
+    double opacity;
+    bool declines;  // the source cannot write into this target
+    bool straight;
+  };
+  const Area all{0, 0, 8, 4};
+  const std::vector<Case> cases{
+      {"whole", {0, 1}, {0, 1}, all, 1, false, true},
+      {"offset within a pixel", {0.25, 1}, {-0.25, 1}, all, 1, false, true},
+      {"declined", {0, 1}, {0, 1}, all, 1, true, false},
+      {"scaled", {0, 0.5}, {0, 0.5}, all, 1, false, false},
+      {"mirrored", {8, -1}, {0, 1}, all, 1, false, false},
+      {"moved a pixel", {1, 1}, {0, 1}, all, 1, false, false},
+      {"clipped", {0, 1}, {0, 1}, Area{0, 0, 4, 4}, 1, false, false},
+      {"blended", {0, 1}, {0, 1}, all, 0.5, false, false},
+  };
+  Picture pattern(8, 4);
+  for (std::int64_t y = 0; y < 4; ++y) {
+    for (std::int64_t x = 0; x < 8; ++x) {
+      pattern.set(x, y, static_cast<std::uint8_t>(x * 30), static_cast<std::uint8_t>(y * 60), 7);
+    }
+  }
+  for (const auto& c : cases) {
+    auto source = std::make_shared<CountingSource>(pattern, !c.declines);
+    Picture lazy;
+    lazy.width = 8;
+    lazy.height = 4;
+    lazy.source = source;
+    auto drawn = plain(8, 4, 50);
+    auto expected = plain(8, 4, 50);
+    drawPicture(drawn.canvas(), lazy, c.x, c.y, c.clip, c.opacity);
+    drawPicture(expected.canvas(), pattern, c.x, c.y, c.clip, c.opacity);
+    EXPECT_EQ(drawn.bgra, expected.bgra) << c.name;
+    EXPECT_EQ(source->direct, c.straight ? 1 : 0) << c.name;
+    EXPECT_EQ(source->whole, c.straight ? 0 : 1) << c.name;
+  }
 }
 
 TEST(CompositorDeathTest, PicturesMustMatchTheFrame) {

@@ -1,5 +1,7 @@
 #include "engine/media_decoder.hpp"
 
+#include "core/playback/flash_analyzer.hpp"
+
 #include "engine/process.hpp"
 #include "support/clips.hpp"
 #include "support/param_name.hpp"
@@ -195,6 +197,55 @@ TEST_F(MediaDecoderTest, CropScaleAndConvertInOnePass) {
   EXPECT_EQ(frame.width, 16);
   EXPECT_EQ(frame.height, 12);
   EXPECT_EQ(frame.pixels.size(), 16U * 12U * 4U);
+}
+
+// Frames kept as decoded and converted when drawn show exactly what frames converted ahead
+// show, however they are drawn, and outlive the decoder that made them.
+TEST_F(MediaDecoderTest, FramesConvertedWhenDrawnShowWhatFramesConvertedAheadShow) {
+  DecoderOptions ahead;
+  ahead.region = FitRect{0.25, 0, 0.5, 1};  // 32 wide: a width converted straight into a canvas
+  DecoderOptions drawn = ahead;
+  drawn.convertWhenDrawn = true;
+  auto first = MediaDecoder::open(clip("count.mp4"), ahead);
+  auto second = MediaDecoder::open(clip("count.mp4"), drawn);
+  ASSERT_TRUE(first && second);
+  std::vector<DecodedFrame> kept;
+  for (int n = 0; n < 12; ++n) {
+    DecodedFrame expected;
+    DecodedFrame lazy;
+    ASSERT_EQ((*first)->next(expected), true);
+    ASSERT_EQ((*second)->next(lazy), true);
+    ASSERT_TRUE(lazy.pixels.empty());
+    ASSERT_NE(lazy.source, nullptr);
+    ASSERT_EQ(lazy.width, expected.width);
+    EXPECT_EQ(lazy.source->converted().bgra, expected.pixels) << n;
+    Picture canvas(lazy.width, lazy.height);
+    ASSERT_TRUE(lazy.source->convertInto(canvas.canvas()));
+    EXPECT_EQ(canvas.bgra, expected.pixels) << n;
+    // Measuring reads a sample: every other pixel at a quarter of the pixels.
+    const auto& sample = lazy.source->sampled(lazy.width * lazy.height / 4);
+    EXPECT_EQ(sample.width, lazy.width / 2);
+    EXPECT_EQ(sample.height, lazy.height / 2);
+    EXPECT_NEAR(regionLuminance(sample.bgra, sample.width, sample.height, sample.width * 4, FitRect::unit()),
+                regionLuminance(expected.pixels, expected.width, expected.height, expected.stride(), FitRect::unit()),
+                0.02)
+        << n;
+    if (n % 4 == 0) {
+      kept.push_back(std::move(lazy));
+    }
+  }
+  second->reset();
+  // Older frames than the one converted last still convert, after their decoder has gone.
+  for (const auto& frame : kept) {
+    Picture canvas(frame.width, frame.height);
+    EXPECT_TRUE(frame.source->convertInto(canvas.canvas()));
+    EXPECT_EQ(canvas.bgra, frame.source->converted().bgra);
+  }
+  // A canvas of another size is not written to.
+  Picture other(kept.front().width + 16, kept.front().height);
+  const auto before = other.bgra;
+  EXPECT_FALSE(kept.front().source->convertInto(other.canvas()));
+  EXPECT_EQ(other.bgra, before);
 }
 
 TEST_F(MediaDecoderTest, AnAnimatedPictureKeepsItsDelays) {

@@ -208,7 +208,7 @@ double regionLuminance(std::span<const std::uint8_t> bgra, std::int64_t width, s
   }
   const std::int64_t w = right - left;
   const std::int64_t h = bottom - top;
-  constexpr double budget = 65536;
+  constexpr auto budget = static_cast<double>(regionLuminanceBudget);
   const auto step =
       std::max<std::int64_t>(1, static_cast<std::int64_t>(std::sqrt(static_cast<double>(w * h) / budget)));
   const auto offset = static_cast<std::size_t>(top * stride + left * 4);

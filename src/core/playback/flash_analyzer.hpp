@@ -61,9 +61,12 @@ class FlashAnalyzer {
   std::int64_t peakFlashesPerSecond_ = 0;
 };
 
+// About how many pixels `regionLuminance` reads, however large the frame.
+inline constexpr std::int64_t regionLuminanceBudget = 65536;
+
 // The mean relative luminance of a normalised region of a BGRA frame, every `step`-th
-// pixel each way, with the step chosen so that about 64k pixels are read however large the
-// frame: what every engine's `sampleLuminances` and `frameLuminances` compute. A region
+// pixel each way, with the step chosen so that about `regionLuminanceBudget` pixels are
+// read however large the frame: what every engine's `sampleLuminances` and `frameLuminances` compute. A region
 // outside the frame, or an empty frame, reads as the whole frame / 0.
 double regionLuminance(std::span<const std::uint8_t> bgra, std::int64_t width, std::int64_t height, std::int64_t stride,
                        const FitRect& region);

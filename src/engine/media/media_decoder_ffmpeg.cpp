@@ -56,6 +56,129 @@ Crop cropFor(const FitRect& region, int width, int height, const AVPixFmtDescrip
   return crop;
 }
 
+// swscale's vector code writes whole blocks of pixels, past the end of a row whose width is
+// not a multiple of 16: pictures get room there and keep their exact size, and conversions
+// straight into someone else's memory are kept to widths that need none.
+constexpr std::size_t slack = 256;
+constexpr std::int64_t blockWidth = 16;
+
+// How a decoded frame becomes BGRA: its region, the size made and the scaling.
+struct Conversion {
+  Crop crop;
+  int width = 1;
+  int height = 1;
+  int method = SWS_POINT;
+};
+
+// Converts `frame`'s region as `how` says into `target` (rows `stride` bytes apart), with
+// `scaler` kept between calls; false when the frame's format cannot be converted.
+bool convertFrame(std::unique_ptr<SwsContext, ScalerFreer>& scaler, const AVFrame& frame, const Conversion& how,
+                  std::uint8_t* target, int stride) {
+  const auto format = static_cast<AVPixelFormat>(frame.format);
+  const auto* layout = av_pix_fmt_desc_get(format);
+  const auto& crop = how.crop;
+  scaler.reset(sws_getCachedContext(scaler.release(), crop.width, crop.height, format, how.width, how.height,
+                                    AV_PIX_FMT_BGRA, how.method, nullptr, nullptr, nullptr));
+  if (!scaler || layout == nullptr) {
+    return false;
+  }
+  std::array<const std::uint8_t*, 4> source{};
+  const int planes = av_pix_fmt_count_planes(format);
+  for (int plane = 0; plane < 4; ++plane) {
+    source[static_cast<std::size_t>(plane)] = frame.data[plane];
+    if (plane >= planes || frame.data[plane] == nullptr) {
+      continue;  // a palette, or nothing
+    }
+    const bool chroma = (plane == 1 || plane == 2) && (layout->flags & AV_PIX_FMT_FLAG_RGB) == 0;
+    const int rows = chroma ? crop.y >> layout->log2_chroma_h : crop.y;
+    const int bytes = crop.x > 0 ? av_image_get_linesize(format, crop.x, plane) : 0;
+    source[static_cast<std::size_t>(plane)] +=
+        static_cast<std::ptrdiff_t>(rows) * frame.linesize[plane] + std::max(bytes, 0);
+  }
+  std::array<std::uint8_t*, 4> targets{target, nullptr, nullptr, nullptr};
+  std::array<int, 4> strides{stride, 0, 0, 0};
+  sws_scale(scaler.get(), source.data(), frame.linesize, 0, crop.height, targets.data(), strides.data());
+  return true;
+}
+
+// Converts into `picture`, reusing its memory; black when the format cannot be converted.
+void convertToPicture(std::unique_ptr<SwsContext, ScalerFreer>& scaler, const AVFrame& frame, const Conversion& how,
+                      Picture& picture) {
+  const auto bytes = static_cast<std::size_t>(how.width) * static_cast<std::size_t>(how.height) * 4;
+  picture.width = how.width;
+  picture.height = how.height;
+  picture.bgra.resize(bytes + slack);
+  if (!convertFrame(scaler, frame, how, picture.bgra.data(), how.width * 4)) {
+    fillBlack(picture.canvas());
+  }
+  picture.bgra.resize(bytes);
+}
+
+// What a decoder's deferred frames share on the drawing thread (they may outlive the
+// decoder): the scalers, and the last frame converted whole and sampled, so a frame drawn
+// or measured twice is converted once and the memory is reused from frame to frame.
+struct DrawnConversions {
+  std::unique_ptr<SwsContext, ScalerFreer> direct;
+  std::unique_ptr<SwsContext, ScalerFreer> whole;
+  std::unique_ptr<SwsContext, ScalerFreer> sampler;
+  Picture converted;
+  std::uint64_t convertedOf = 0;
+  Picture sampled;
+  std::uint64_t sampledOf = 0;
+};
+
+class DeferredFrame final : public PixelSource {
+ public:
+  DeferredFrame(const AVFrame& frame, const Conversion& how, std::shared_ptr<DrawnConversions> shared)
+      : frame_(av_frame_clone(&frame)), how_(how), shared_(std::move(shared)) {}
+
+  [[nodiscard]] bool valid() const { return frame_ != nullptr; }
+
+  bool convertInto(const Canvas& target) const override {
+    if (target.width != how_.width || target.height != how_.height || target.width % blockWidth != 0 ||
+        target.stride < target.width * 4 || target.stride > std::numeric_limits<int>::max()) {
+      return false;
+    }
+    return convertFrame(shared_->direct, *frame_, how_, target.pixels, static_cast<int>(target.stride));
+  }
+
+  [[nodiscard]] const Picture& converted() const override {
+    auto& shared = *shared_;
+    if (shared.convertedOf != id_) {
+      convertToPicture(shared.whole, *frame_, how_, shared.converted);
+      shared.convertedOf = id_;
+    }
+    return shared.converted;
+  }
+
+  [[nodiscard]] const Picture& sampled(std::int64_t budget) const override {
+    auto& shared = *shared_;
+    if (shared.sampledOf != id_) {
+      const double pixels = static_cast<double>(how_.width) * static_cast<double>(how_.height);
+      const auto step = std::max<std::int64_t>(
+          1, static_cast<std::int64_t>(std::sqrt(pixels / static_cast<double>(std::max<std::int64_t>(budget, 1)))));
+      Conversion smaller = how_;
+      smaller.width = static_cast<int>((how_.width + step - 1) / step);
+      smaller.height = static_cast<int>((how_.height + step - 1) / step);
+      smaller.method = SWS_POINT;
+      convertToPicture(shared.sampler, *frame_, smaller, shared.sampled);
+      shared.sampledOf = id_;
+    }
+    return shared.sampled;
+  }
+
+ private:
+  static std::uint64_t nextId() {
+    static std::atomic<std::uint64_t> counter{0};
+    return ++counter;
+  }
+
+  std::unique_ptr<AVFrame, FrameFreer> frame_;
+  Conversion how_;
+  std::shared_ptr<DrawnConversions> shared_;
+  std::uint64_t id_ = nextId();
+};
+
 }  // namespace
 
 struct MediaDecoder::State {
@@ -70,9 +193,7 @@ struct MediaDecoder::State {
   std::unique_ptr<AVFrame, FrameFreer> decoded{av_frame_alloc()};
   std::unique_ptr<SwsContext, ScalerFreer> scaler;
   std::unique_ptr<SwsContext, ScalerFreer> posterScaler;
-  // swscale's vector code writes whole blocks of pixels, past the end of a last row whose
-  // width is not a multiple of 16: pictures get room there, and keep their exact size.
-  static constexpr std::size_t slack = 256;
+  std::shared_ptr<DrawnConversions> drawn = std::make_shared<DrawnConversions>();
 
   std::mutex mutex;
   std::condition_variable changed;
@@ -170,7 +291,8 @@ struct MediaDecoder::State {
     return std::min<std::int64_t>(step, std::max(crop.width, crop.height));
   }
 
-  // Converts the decoded frame and queues it; false when the worker is to stop or seek.
+  // Converts the decoded frame (or keeps it to convert when drawn) and queues it; false when
+  // the worker is to stop or seek.
   bool deliver(const AVFrame& frame, double seconds, double duration) {
     std::vector<std::uint8_t> pixels;
     {
@@ -179,58 +301,58 @@ struct MediaDecoder::State {
       if (stopping || seekTo) {
         return false;
       }
-      if (!spare.empty()) {
+      if (!spare.empty() && !options.convertWhenDrawn) {
         pixels = std::move(spare.back());
         spare.pop_back();
       }
     }
     const auto format = static_cast<AVPixelFormat>(frame.format);
     const auto* layout = av_pix_fmt_desc_get(format);
-    const auto crop = cropFor(options.region, frame.width, frame.height, layout);
-    int width = options.width > 0 ? static_cast<int>(options.width) : crop.width;
-    int height = options.height > 0 ? static_cast<int>(options.height) : crop.height;
+    Conversion how;
+    how.crop = cropFor(options.region, frame.width, frame.height, layout);
+    const auto& crop = how.crop;
+    how.width = options.width > 0 ? static_cast<int>(options.width) : crop.width;
+    how.height = options.height > 0 ? static_cast<int>(options.height) : crop.height;
     const auto step = samplingStep(crop);
     const bool sampled = step > 1 && options.width <= 0 && options.height <= 0;
     if (sampled) {
-      width = static_cast<int>((crop.width + step - 1) / step);
-      height = static_cast<int>((crop.height + step - 1) / step);
+      how.width = static_cast<int>((crop.width + step - 1) / step);
+      how.height = static_cast<int>((crop.height + step - 1) / step);
     }
     // Same size: an unscaled conversion, which swscale does fastest and exactly. Sampled:
     // nearest pixels, so each output pixel is one source pixel, as a step reads them.
-    int method = SWS_BILINEAR;
-    if ((width == crop.width && height == crop.height) || sampled) {
-      method = SWS_POINT;
+    how.method = SWS_BILINEAR;
+    if ((how.width == crop.width && how.height == crop.height) || sampled) {
+      how.method = SWS_POINT;
     } else if (options.sampling == DecoderOptions::Sampling::area) {
-      method = SWS_AREA;
+      how.method = SWS_AREA;
     }
-    scaler.reset(sws_getCachedContext(scaler.release(), crop.width, crop.height, format, width, height, AV_PIX_FMT_BGRA,
-                                      method, nullptr, nullptr, nullptr));
-    if (!scaler || layout == nullptr) {
+    const auto cannotConvert = [&] {
       std::lock_guard lock(mutex);
       error = fmt::format("{}: its {} pictures cannot be converted", file.string(), av_get_pix_fmt_name(format));
       return false;
+    };
+    if (layout == nullptr || sws_isSupportedInput(format) == 0) {
+      return cannotConvert();
     }
-    std::array<const std::uint8_t*, 4> source{};
-    const int planes = av_pix_fmt_count_planes(format);
-    for (int plane = 0; plane < 4; ++plane) {
-      source[static_cast<std::size_t>(plane)] = frame.data[plane];
-      if (plane >= planes || frame.data[plane] == nullptr) {
-        continue;  // a palette, or nothing
+    std::shared_ptr<const PixelSource> source;
+    if (options.convertWhenDrawn) {
+      auto deferred = std::make_shared<DeferredFrame>(frame, how, drawn);
+      if (!deferred->valid()) {
+        return cannotConvert();
       }
-      const bool chroma = (plane == 1 || plane == 2) && (layout->flags & AV_PIX_FMT_FLAG_RGB) == 0;
-      const int rows = chroma ? crop.y >> layout->log2_chroma_h : crop.y;
-      const int bytes = crop.x > 0 ? av_image_get_linesize(format, crop.x, plane) : 0;
-      source[static_cast<std::size_t>(plane)] +=
-          static_cast<std::ptrdiff_t>(rows) * frame.linesize[plane] + std::max(bytes, 0);
+      source = std::move(deferred);
+    } else {
+      const auto bytes = static_cast<std::size_t>(how.width) * static_cast<std::size_t>(how.height) * 4;
+      pixels.resize(bytes + slack);
+      if (!convertFrame(scaler, frame, how, pixels.data(), how.width * 4)) {
+        return cannotConvert();
+      }
+      pixels.resize(bytes);
     }
-    const auto bytes = static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * 4;
-    pixels.resize(bytes + slack);
-    std::array<std::uint8_t*, 4> target{pixels.data(), nullptr, nullptr, nullptr};
-    std::array<int, 4> targetStride{width * 4, 0, 0, 0};
-    sws_scale(scaler.get(), source.data(), frame.linesize, 0, crop.height, target.data(), targetStride.data());
-    pixels.resize(bytes);
-
-    DecodedFrame made{std::move(pixels), width, height, seconds, duration, index++, pass, {}};
+    const int width = how.width;
+    const int height = how.height;
+    DecodedFrame made{std::move(pixels), width, height, seconds, duration, index++, pass, {}, std::move(source)};
     if (wantsPoster(seconds)) {
       made.poster = posterOf(frame, format);
     }

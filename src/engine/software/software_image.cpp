@@ -11,12 +11,10 @@ Picture pictureOf(DecodedFrame&& frame) {
   picture.width = frame.width;
   picture.height = frame.height;
   picture.bgra = std::move(frame.pixels);
+  picture.source = std::move(frame.source);
   picture.serial = Picture::freshSerial();
   return picture;
 }
-
-// A video on the software engine: decoded ahead on the decoder's thread, shown by the loop's
-// clock at the video's rate, its stretch looped; its sound, when it has a level and there is
 
 std::vector<double> SoftwareImage::frameLuminances(const FitRect& region) const {
   std::vector<double> values;

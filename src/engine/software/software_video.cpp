@@ -54,6 +54,8 @@ class SoftwareVideo final : public scene::VideoWallpaper, public std::enable_sha
     // Two frames ahead keep up with any display (the decoder outruns playback); each more is
     // a whole frame of memory.
     options.queue = 2;
+    // Converted when drawn: straight into the window's memory, and only the frames shown.
+    options.convertWhenDrawn = true;
     // A silent video decodes no sound at all.
     const int soundRate = output_ && level_ > 0 ? output_->sampleRate() : 0;
     std::weak_ptr<SoftwareVideo> self = weak_from_this();
@@ -114,8 +116,11 @@ class SoftwareVideo final : public scene::VideoWallpaper, public std::enable_sha
     }
     std::vector<double> values;
     values.reserve(regions.size());
+    // A frame still to be converted is measured on a sample of its pixels, as many as the
+    // luminance reads anyway, rather than converted whole.
+    const Picture& pixels = picture->source ? picture->source->sampled(regionLuminanceBudget) : *picture;
     for (const auto& region : regions) {
-      values.push_back(regionLuminance(picture->bgra, picture->width, picture->height, picture->width * 4, region));
+      values.push_back(regionLuminance(pixels.bgra, pixels.width, pixels.height, pixels.width * 4, region));
     }
     return values;
   }
