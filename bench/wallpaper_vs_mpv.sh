@@ -3,7 +3,7 @@
 # same 1080p30 clip: `korvalen wallpaper` against `mpv --vo=x11 --hwdec=no` full screen and
 # against plain decoding (`ffmpeg -re -i clip -pix_fmt bgra -f null -`), as CPU (the
 # program's, every thread, plus the X server's) and peak resident memory. Then the paused
-# wallpaper's CPU, and two monitors showing the same clip against one.
+# wallpaper's CPU, and two monitors showing the same clip against one (of one size, and of two).
 # Goals: wallpaper <= 0.6 x mpv, <= 1.5 x ffmpeg; paused < 0.5% of a core; two monitors
 # < 1.2 x one; resident memory <= mpv's.
 # Usage: bench/wallpaper_vs_mpv.sh [SECONDS]
@@ -44,6 +44,9 @@ xvfb() {
   if [ "$monitors" = 2 ]; then
     xrandr --setmonitor LEFT 1920/508x1080/286+0+0 screen >/dev/null
     xrandr --setmonitor RIGHT 1920/508x1080/286+1920+0 none >/dev/null
+  elif [ "$monitors" = mixed ]; then
+    xrandr --setmonitor LEFT 1920/508x1080/286+0+0 screen >/dev/null
+    xrandr --setmonitor RIGHT 1280/338x720/190+1920+0 none >/dev/null
   fi
 }
 stop_xvfb() { kill "$server" 2>/dev/null; wait "$server" 2>/dev/null || true; server=""; }
@@ -97,6 +100,9 @@ paused_x=$(echo "($s1 - $s0) / $hz" | bc -l)
 xvfb 3840 2
 read -r two_cpu two_x two_rss < <(measure "$korvalen" wallpaper)
 stop_xvfb
+xvfb 3200 mixed
+read -r mixed_cpu mixed_x mixed_rss < <(measure "$korvalen" wallpaper)
+stop_xvfb
 
 ratio() { echo "($1) / ($2)" | bc -l | xargs printf '%.2f'; }
 total() { echo "$1 + $2" | bc -l; }
@@ -112,3 +118,5 @@ printf '  paused: %.3f s + X %.3f s over %s s = %.2f%% of a core, %d context swi
   "$((switches1 - switches0))"
 printf '  two monitors, same clip: %6.2f + X %6.2f, %s x one (goal < 1.2)\n' "$two_cpu" "$two_x" \
   "$(ratio "$(total "$two_cpu" "$two_x")" "$(total "$wp_cpu" "$wp_x")")"
+printf '  the same on 1920x1080 + 1280x720: %6.2f + X %6.2f, %s x one\n' "$mixed_cpu" "$mixed_x" \
+  "$(ratio "$(total "$mixed_cpu" "$mixed_x")" "$(total "$wp_cpu" "$wp_x")")"

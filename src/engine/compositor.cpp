@@ -66,12 +66,19 @@ void drawPicture(const Canvas& target, const Picture& picture, const Mapping& ma
     return;
   }
   if (picture.source) {
-    // The whole picture at its own size over the whole target: converted straight there.
-    const bool unscaled = mapX.scale == 1 && mapY.scale == 1 && mapX.offset >= -0.5 && mapX.offset < 0.5 &&
-                          mapY.offset >= -0.5 && mapY.offset < 0.5;
-    const bool whole = x0 == 0 && y0 == 0 && x1 == target.width && y1 == target.height &&
-                       picture.width == target.width && picture.height == target.height;
-    if (!(opacity >= 1 && unscaled && whole && picture.source->convertInto(target))) {
+    // Whole rows of the target showing the picture scaled, opaque: the part of the picture
+    // they show is converted and scaled straight into them.
+    const Area part{mapX.offset + mapX.scale * static_cast<double>(x0),
+                    mapY.offset + mapY.scale * static_cast<double>(y0), mapX.scale * static_cast<double>(x1 - x0),
+                    mapY.scale * static_cast<double>(y1 - y0)};
+    const double slackX = mapX.scale / 2;
+    const double slackY = mapY.scale / 2;
+    const bool straight = opacity >= 1 && mapX.scale > 0 && mapY.scale > 0 && x0 == 0 && x1 == target.width &&
+                          y1 > y0 && part.x >= -slackX && part.y >= -slackY &&
+                          part.x + part.width <= static_cast<double>(picture.width) + slackX &&
+                          part.y + part.height <= static_cast<double>(picture.height) + slackY;
+    const Canvas rows{target.row(y0), target.width, y1 - y0, target.stride};
+    if (!(straight && picture.source->convertInto(rows, part))) {
       drawPicture(target, picture.source->converted(), mapX, mapY, clip, opacity);
     }
     return;

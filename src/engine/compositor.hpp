@@ -25,17 +25,28 @@ struct Canvas {
 // Every pixel of `target` opaque black.
 void fillBlack(const Canvas& target);
 
+// A rectangle in target pixels (x right, y down).
+struct Area {
+  double x = 0;
+  double y = 0;
+  double width = 0;
+  double height = 0;
+  // With a negative width or height turned round.
+  [[nodiscard]] Area normalised() const;
+  [[nodiscard]] Area intersection(const Area& other) const;
+};
+
 struct Picture;
 
 // Pixels made only when they are drawn: a decoded video frame kept as the codec made it, so
-// a frame shown whole at its own size is converted straight into the window's memory, and a
-// frame never shown is never converted. Thread: the one that draws.
+// a frame is converted (and scaled) straight into the window's memory, and a frame never
+// shown is never converted. Thread: the one that draws.
 class PixelSource {
  public:
   virtual ~PixelSource() = default;
-  // Converts the whole picture into `target` when it is the picture's size and the
+  // Converts `part` of the picture (in its own pixels) scaled to fill `target`, when the
   // conversion can write there directly; false otherwise (nothing written).
-  virtual bool convertInto(const Canvas& target) const = 0;
+  virtual bool convertInto(const Canvas& target, const Area& part) const = 0;
   // The whole picture converted, for drawing that scales, clips or blends.
   [[nodiscard]] virtual const Picture& converted() const = 0;
   // The picture at about `budget` pixels, every Nth pixel of every Nth row, for measuring.
@@ -59,17 +70,6 @@ struct Picture {
   std::uint64_t serial = 0;
   // A serial never given out before (never 0).
   static std::uint64_t freshSerial();
-};
-
-// A rectangle in target pixels (x right, y down).
-struct Area {
-  double x = 0;
-  double y = 0;
-  double width = 0;
-  double height = 0;
-  // With a negative width or height turned round.
-  [[nodiscard]] Area normalised() const;
-  [[nodiscard]] Area intersection(const Area& other) const;
 };
 
 // Where a target coordinate falls in a picture: offset + scale × (target pixel centre). A

@@ -49,9 +49,11 @@ struct MonitorSession::Player {
 };
 
 MonitorSession::MonitorSession(host::Monitor monitor, std::shared_ptr<engine::SoundOutput> sound,
-                               paths::Environment environment, std::function<void()> wake, bool live)
+                               paths::Environment environment, std::function<void()> wake, bool live,
+                               std::shared_ptr<engine::VideoFeeds> feeds)
     : monitor_(std::move(monitor)),
       sound_(std::move(sound)),
+      feeds_(std::move(feeds)),
       environment_(std::move(environment)),
       wake_(std::move(wake)),
       live_(live) {}
@@ -64,7 +66,7 @@ MonitorSession::~MonitorSession() {
 std::unique_ptr<MonitorSession::Player> MonitorSession::makePlayer(const Look& look, double now) {
   auto player = std::make_unique<Player>();
   player->look = look;
-  player->saver = std::make_unique<engine::SoftwareSaver>(screenOf(monitor_), sound_);
+  player->saver = std::make_unique<engine::SoftwareSaver>(screenOf(monitor_), sound_, feeds_);
   auto& loop = player->saver->loop();
   loop.setLive(live_);
   if (wake_) {

@@ -11,6 +11,7 @@
 #include "core/playback/playback_policy.hpp"
 #include "core/wallpaper/playback_controller.hpp"
 #include "engine/compositor.hpp"
+#include "engine/software/video_feeds.hpp"
 #include "engine/sound_track.hpp"
 #include "host/wallpaper_display.hpp"
 
@@ -37,9 +38,10 @@ class MonitorSession {
 
   // `live`: the players' clocks follow the caller's times as they come and loads land when
   // they land; headless (false), each time given waits for the loads under way, so what a
-  // moment shows never depends on how fast the machine is.
+  // moment shows never depends on how fast the machine is. `feeds`: shared by the program's
+  // monitors, so monitors showing the same video decode it once.
   MonitorSession(host::Monitor monitor, std::shared_ptr<engine::SoundOutput> sound, paths::Environment environment,
-                 std::function<void()> wake, bool live = true);
+                 std::function<void()> wake, bool live = true, std::shared_ptr<engine::VideoFeeds> feeds = nullptr);
   ~MonitorSession();
   MonitorSession(const MonitorSession&) = delete;
   MonitorSession& operator=(const MonitorSession&) = delete;
@@ -88,6 +90,7 @@ class MonitorSession {
 
   host::Monitor monitor_;
   std::shared_ptr<engine::SoundOutput> sound_;
+  std::shared_ptr<engine::VideoFeeds> feeds_;
   paths::Environment environment_;
   std::function<void()> wake_;
   bool live_ = true;

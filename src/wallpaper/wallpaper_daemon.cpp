@@ -205,9 +205,9 @@ class Daemon {
         }
         next.emplace(monitor.id, std::move(found->second));
       } else {
-        next.emplace(monitor.id, std::make_unique<MonitorSession>(monitor, sound_, options_.environment, [this] {
-                       loop_->post([this] { later(tickDue_); });
-                     }));
+        next.emplace(monitor.id, std::make_unique<MonitorSession>(
+                                     monitor, sound_, options_.environment,
+                                     [this] { loop_->post([this] { later(tickDue_); }); }, true, feeds_));
         say(fmt::format("monitor {} at {}x{}+{}+{}", monitor.id, monitor.width, monitor.height, monitor.x, monitor.y));
       }
     }
@@ -676,6 +676,8 @@ class Daemon {
   std::unique_ptr<host::SystemWatcher> system_;
   std::unique_ptr<engine::PlannerService> planner_;
   std::shared_ptr<engine::SoundOutput> sound_;
+  // Monitors of different sizes showing the same video decode it once.
+  std::shared_ptr<engine::VideoFeeds> feeds_ = std::make_shared<engine::VideoFeeds>();
   bool sdlAudio_ = false;
   std::map<std::string, std::unique_ptr<MonitorSession>> sessions_;
   std::optional<host::DesktopWindows> windows_;

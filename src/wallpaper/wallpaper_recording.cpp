@@ -60,8 +60,10 @@ std::int64_t recordWallpaper(const FrameSink& sink, std::int64_t width, std::int
   }
   HeadlessDisplay display(picture, inside);
   std::map<std::string, std::unique_ptr<MonitorSession>> sessions;
+  const auto feeds = std::make_shared<engine::VideoFeeds>();
   for (const auto& monitor : inside) {
-    sessions.emplace(monitor.id, std::make_unique<MonitorSession>(monitor, nullptr, environment, nullptr, false));
+    sessions.emplace(monitor.id,
+                     std::make_unique<MonitorSession>(monitor, nullptr, environment, nullptr, false, feeds));
   }
   std::stable_sort(changes.begin(), changes.end(),
                    [](const RecordedChange& a, const RecordedChange& b) { return a.at < b.at; });

@@ -47,18 +47,29 @@ TEST(Compositor, LayersAreClippedMovedAndBlendedOverBlack) {
   EXPECT_EQ(composite(registry.front().at(1, 8, 4), white, mid).bgra, mid.bgra);
 }
 
-// Pixels made when drawn: converted straight into a target only when the picture covers it
-// whole, at its own size and opaque; drawn from the converted picture otherwise.
+// Pixels made when drawn: converted and scaled straight into the target rows that show them
+// when those are whole rows, opaque and within the picture; drawn from the converted picture
+// otherwise. Either way the same pixels land.
 class CountingSource final : public PixelSource {
  public:
   CountingSource(Picture pixels, bool writesStraight) : pixels_(std::move(pixels)), direct_(writesStraight) {}
-  bool convertInto(const Canvas& target) const override {
+  // Nearest pixels of `part`, as drawing the converted picture would take them.
+  bool convertInto(const Canvas& target, const Area& part) const override {
     if (!direct_) {
       return false;
     }
     ++direct;
+    rows = target.height;
     for (std::int64_t y = 0; y < target.height; ++y) {
-      std::copy_n(pixels_.at(0, y), target.width * 4, target.row(y));
+      for (std::int64_t x = 0; x < target.width; ++x) {
+        const auto sx = static_cast<std::int64_t>(part.x + (static_cast<double>(x) + 0.5) * part.width /
+                                                               static_cast<double>(target.width));
+        const auto sy = static_cast<std::int64_t>(part.y + (static_cast<double>(y) + 0.5) * part.height /
+                                                               static_cast<double>(target.height));
+        std::copy_n(pixels_.at(std::clamp<std::int64_t>(sx, 0, pixels_.width - 1),
+                               std::clamp<std::int64_t>(sy, 0, pixels_.height - 1)),
+                    4, target.row(y) + x * 4);
+      }
     }
     return true;
   }
@@ -69,31 +80,33 @@ class CountingSource final : public PixelSource {
   [[nodiscard]] const Picture& sampled(std::int64_t) const override { return pixels_; }
   mutable int direct = 0;
   mutable int whole = 0;
+  mutable std::int64_t rows = 0;
 
  private:
   Picture pixels_;
   bool direct_;
 };
 
-TEST(Compositor, PicturesMadeWhenDrawnGoStraightInOnlyWhenTheyCoverTheTargetUnscaled) {
+TEST(Compositor, PicturesMadeWhenDrawnGoStraightIntoWholeRowsThatShowThem) {
   struct Case {
     const char* name;
     Mapping x, y;
     Area clip;
     double opacity;
-    bool declines;  // the source cannot write into this target
-    bool straight;
+    bool declines;      // the source cannot write into this target
+    std::int64_t rows;  // written straight; 0: drawn from the converted picture
   };
   const Area all{0, 0, 8, 4};
   const std::vector<Case> cases{
-      {"whole", {0, 1}, {0, 1}, all, 1, false, true},
-      {"offset within a pixel", {0.25, 1}, {-0.25, 1}, all, 1, false, true},
-      {"declined", {0, 1}, {0, 1}, all, 1, true, false},
-      {"scaled", {0, 0.5}, {0, 0.5}, all, 1, false, false},
-      {"mirrored", {8, -1}, {0, 1}, all, 1, false, false},
-      {"moved a pixel", {1, 1}, {0, 1}, all, 1, false, false},
-      {"clipped", {0, 1}, {0, 1}, Area{0, 0, 4, 4}, 1, false, false},
-      {"blended", {0, 1}, {0, 1}, all, 0.5, false, false},
+      {"whole", {0, 1}, {0, 1}, all, 1, false, 4},
+      {"offset within a pixel", {0.25, 1}, {-0.25, 1}, all, 1, false, 4},
+      {"scaled", {0, 0.5}, {0, 0.5}, all, 1, false, 4},
+      {"some rows", {0, 1}, {0, 1}, Area{0, 1, 8, 2}, 1, false, 2},
+      {"declined", {0, 1}, {0, 1}, all, 1, true, 0},
+      {"mirrored", {8, -1}, {0, 1}, all, 1, false, 0},
+      {"moved a pixel, off the picture", {1, 1}, {0, 1}, all, 1, false, 0},
+      {"part of each row", {0, 1}, {0, 1}, Area{0, 0, 4, 4}, 1, false, 0},
+      {"blended", {0, 1}, {0, 1}, all, 0.5, false, 0},
   };
   Picture pattern(8, 4);
   for (std::int64_t y = 0; y < 4; ++y) {
@@ -112,8 +125,9 @@ TEST(Compositor, PicturesMadeWhenDrawnGoStraightInOnlyWhenTheyCoverTheTargetUnsc
     drawPicture(drawn.canvas(), lazy, c.x, c.y, c.clip, c.opacity);
     drawPicture(expected.canvas(), pattern, c.x, c.y, c.clip, c.opacity);
     EXPECT_EQ(drawn.bgra, expected.bgra) << c.name;
-    EXPECT_EQ(source->direct, c.straight ? 1 : 0) << c.name;
-    EXPECT_EQ(source->whole, c.straight ? 0 : 1) << c.name;
+    EXPECT_EQ(source->direct, c.rows > 0 ? 1 : 0) << c.name;
+    EXPECT_EQ(source->rows, c.rows) << c.name;
+    EXPECT_EQ(source->whole, c.rows > 0 ? 0 : 1) << c.name;
   }
 }
 

@@ -10,6 +10,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <fstream>
 
@@ -206,9 +207,13 @@ TEST_F(MediaDecoderTest, FramesConvertedWhenDrawnShowWhatFramesConvertedAheadSho
   ahead.region = FitRect{0.25, 0, 0.5, 1};  // 32 wide: a width converted straight into a canvas
   DecoderOptions drawn = ahead;
   drawn.convertWhenDrawn = true;
+  DecoderOptions scaled = ahead;
+  scaled.width = 16;
+  scaled.height = 24;
   auto first = MediaDecoder::open(clip("count.mp4"), ahead);
   auto second = MediaDecoder::open(clip("count.mp4"), drawn);
-  ASSERT_TRUE(first && second);
+  auto third = MediaDecoder::open(clip("count.mp4"), scaled);
+  ASSERT_TRUE(first && second && third);
   std::vector<DecodedFrame> kept;
   for (int n = 0; n < 12; ++n) {
     DecodedFrame expected;
@@ -219,9 +224,21 @@ TEST_F(MediaDecoderTest, FramesConvertedWhenDrawnShowWhatFramesConvertedAheadSho
     ASSERT_NE(lazy.source, nullptr);
     ASSERT_EQ(lazy.width, expected.width);
     EXPECT_EQ(lazy.source->converted().bgra, expected.pixels) << n;
+    const Area whole{0, 0, static_cast<double>(lazy.width), static_cast<double>(lazy.height)};
     Picture canvas(lazy.width, lazy.height);
-    ASSERT_TRUE(lazy.source->convertInto(canvas.canvas()));
+    ASSERT_TRUE(lazy.source->convertInto(canvas.canvas(), whole));
     EXPECT_EQ(canvas.bgra, expected.pixels) << n;
+    // The lower half alone, into rows of their own.
+    Picture lower(lazy.width, lazy.height / 2);
+    ASSERT_TRUE(lazy.source->convertInto(lower.canvas(), Area{0, whole.height / 2, whole.width, whole.height / 2}));
+    EXPECT_TRUE(std::equal(lower.bgra.begin(), lower.bgra.end(), expected.pixels.begin() + expected.stride() * 24))
+        << n;
+    // Scaled as a decoder asked for that size scales.
+    Picture half(lazy.width / 2, lazy.height / 2);
+    ASSERT_TRUE(lazy.source->convertInto(half.canvas(), whole));
+    DecodedFrame smaller;
+    ASSERT_EQ((*third)->next(smaller), true);
+    EXPECT_EQ(half.bgra, smaller.pixels) << n;
     // Measuring reads a sample: every other pixel at a quarter of the pixels.
     const auto& sample = lazy.source->sampled(lazy.width * lazy.height / 4);
     EXPECT_EQ(sample.width, lazy.width / 2);
@@ -238,13 +255,14 @@ TEST_F(MediaDecoderTest, FramesConvertedWhenDrawnShowWhatFramesConvertedAheadSho
   // Older frames than the one converted last still convert, after their decoder has gone.
   for (const auto& frame : kept) {
     Picture canvas(frame.width, frame.height);
-    EXPECT_TRUE(frame.source->convertInto(canvas.canvas()));
+    EXPECT_TRUE(frame.source->convertInto(
+        canvas.canvas(), Area{0, 0, static_cast<double>(frame.width), static_cast<double>(frame.height)}));
     EXPECT_EQ(canvas.bgra, frame.source->converted().bgra);
   }
-  // A canvas of another size is not written to.
-  Picture other(kept.front().width + 16, kept.front().height);
+  // A canvas the conversion would write past is not written to.
+  Picture other(kept.front().width + 4, kept.front().height);
   const auto before = other.bgra;
-  EXPECT_FALSE(kept.front().source->convertInto(other.canvas()));
+  EXPECT_FALSE(kept.front().source->convertInto(other.canvas(), Area{0, 0, 32, 48}));
   EXPECT_EQ(other.bgra, before);
 }
 

@@ -115,16 +115,35 @@ void convertToPicture(std::unique_ptr<SwsContext, ScalerFreer>& scaler, const AV
 }
 
 // What a decoder's deferred frames share on the drawing thread (they may outlive the
-// decoder): the scalers, and the last frame converted whole and sampled, so a frame drawn
-// or measured twice is converted once and the memory is reused from frame to frame.
+// decoder): scalers for the sizes drawn at (two monitors of different sizes take turns), and
+// the last frame converted whole and sampled, so a frame drawn or measured twice is
+// converted once and the memory is reused from frame to frame.
 struct DrawnConversions {
-  std::unique_ptr<SwsContext, ScalerFreer> direct;
-  std::unique_ptr<SwsContext, ScalerFreer> whole;
+  struct Scaler {
+    std::array<int, 5> shape{};  // source width and height, output width and height, method
+    std::unique_ptr<SwsContext, ScalerFreer> context;
+  };
+  static constexpr std::size_t scalersKept = 4;
+  std::deque<Scaler> scalers;
   std::unique_ptr<SwsContext, ScalerFreer> sampler;
   Picture converted;
   std::uint64_t convertedOf = 0;
   Picture sampled;
   std::uint64_t sampledOf = 0;
+
+  std::unique_ptr<SwsContext, ScalerFreer>& scalerFor(const Conversion& how) {
+    const std::array<int, 5> shape{how.crop.width, how.crop.height, how.width, how.height, how.method};
+    for (auto& scaler : scalers) {
+      if (scaler.shape == shape) {
+        return scaler.context;
+      }
+    }
+    if (scalers.size() >= scalersKept) {
+      scalers.pop_front();
+    }
+    scalers.push_back(Scaler{shape, nullptr});
+    return scalers.back().context;
+  }
 };
 
 class DeferredFrame final : public PixelSource {
@@ -134,18 +153,37 @@ class DeferredFrame final : public PixelSource {
 
   [[nodiscard]] bool valid() const { return frame_ != nullptr; }
 
-  bool convertInto(const Canvas& target) const override {
-    if (target.width != how_.width || target.height != how_.height || target.width % blockWidth != 0 ||
-        target.stride < target.width * 4 || target.stride > std::numeric_limits<int>::max()) {
+  bool convertInto(const Canvas& target, const Area& part) const override {
+    if (target.width < 1 || target.height < 1 || target.width % blockWidth != 0 || target.stride < target.width * 4 ||
+        target.stride > std::numeric_limits<int>::max() || target.width > std::numeric_limits<int>::max() ||
+        target.height > std::numeric_limits<int>::max()) {
       return false;
     }
-    return convertFrame(shared_->direct, *frame_, how_, target.pixels, static_cast<int>(target.stride));
+    // The part in the file's pixels, within the region this frame shows.
+    const double scaleX = static_cast<double>(how_.crop.width) / how_.width;
+    const double scaleY = static_cast<double>(how_.crop.height) / how_.height;
+    const auto edge = [](double at, int from, int size) { return std::clamp(at, double(from), double(from + size)); };
+    const double left = edge(how_.crop.x + part.x * scaleX, how_.crop.x, how_.crop.width);
+    const double top = edge(how_.crop.y + part.y * scaleY, how_.crop.y, how_.crop.height);
+    const double right = edge(how_.crop.x + (part.x + part.width) * scaleX, how_.crop.x, how_.crop.width);
+    const double bottom = edge(how_.crop.y + (part.y + part.height) * scaleY, how_.crop.y, how_.crop.height);
+    Conversion how;
+    // Edges within a hundredth of a pixel of a whole one are taken as it, so a picture at its
+    // own size is converted exactly.
+    const auto near = [](double at) { return std::abs(at - std::round(at)) < 0.01 ? std::round(at) : at; };
+    how.crop = cropFor(FitRect{near(left) / frame_->width, near(top) / frame_->height,
+                               (near(right) - near(left)) / frame_->width, (near(bottom) - near(top)) / frame_->height},
+                       frame_->width, frame_->height, av_pix_fmt_desc_get(static_cast<AVPixelFormat>(frame_->format)));
+    how.width = static_cast<int>(target.width);
+    how.height = static_cast<int>(target.height);
+    how.method = how.crop.width == how.width && how.crop.height == how.height ? SWS_POINT : SWS_BILINEAR;
+    return convertFrame(shared_->scalerFor(how), *frame_, how, target.pixels, static_cast<int>(target.stride));
   }
 
   [[nodiscard]] const Picture& converted() const override {
     auto& shared = *shared_;
     if (shared.convertedOf != id_) {
-      convertToPicture(shared.whole, *frame_, how_, shared.converted);
+      convertToPicture(shared.scalerFor(how_), *frame_, how_, shared.converted);
       shared.convertedOf = id_;
     }
     return shared.converted;

@@ -13,7 +13,7 @@ constexpr std::size_t maximumPictureFrames = 2000;
 
 std::shared_ptr<scene::VideoWallpaper> SoftwareMedia::makeVideo(const std::filesystem::path& file,
                                                                 const TrimRange& trim) {
-  return makeSoftwareVideo(file, trim, loop_, sound_);
+  return makeSoftwareVideo(file, trim, loop_, sound_, feeds_);
 }
 
 std::expected<std::shared_ptr<scene::DecodedImage>, std::string> SoftwareMedia::loadImage(

@@ -4,6 +4,7 @@
 #include "core/scene/main_loop.hpp"
 #include "core/scene/media.hpp"
 #include "engine/software/saver_loop.hpp"
+#include "engine/software/video_feeds.hpp"
 #include "engine/sound_track.hpp"
 
 #include <memory>
@@ -12,7 +13,10 @@ namespace korvalen::engine {
 
 class SoftwareMedia final : public scene::MediaFactory {
  public:
-  SoftwareMedia(SaverLoop& loop, std::shared_ptr<SoundOutput> sound) : loop_(loop), sound_(std::move(sound)) {}
+  // With `feeds`, its videos share decoders with the program's other videos of the same
+  // file and stretch.
+  SoftwareMedia(SaverLoop& loop, std::shared_ptr<SoundOutput> sound, std::shared_ptr<VideoFeeds> feeds = nullptr)
+      : loop_(loop), sound_(std::move(sound)), feeds_(std::move(feeds)) {}
   std::shared_ptr<scene::VideoWallpaper> makeVideo(const std::filesystem::path& file, const TrimRange& trim) override;
   std::expected<std::shared_ptr<scene::DecodedImage>, std::string> loadImage(
       const std::filesystem::path& file) override;
@@ -21,6 +25,7 @@ class SoftwareMedia final : public scene::MediaFactory {
  private:
   SaverLoop& loop_;
   std::shared_ptr<SoundOutput> sound_;
+  std::shared_ptr<VideoFeeds> feeds_;
 };
 
 }  // namespace korvalen::engine

@@ -7,16 +7,19 @@
 namespace korvalen::engine {
 
 struct SoftwareSaver::Parts {
-  Parts(const SoftwareScreen& screen, SaverLoop& loop, std::shared_ptr<SoundOutput> sound)
-      : view(screen, loop), surface(loop), identity(screen.id), media(loop, std::move(sound)) {}
+  Parts(const SoftwareScreen& screen, SaverLoop& loop, std::shared_ptr<SoundOutput> sound,
+        std::shared_ptr<VideoFeeds> feeds)
+      : view(screen, loop), surface(loop), identity(screen.id), media(loop, std::move(sound), std::move(feeds)) {}
   SoftwareView view;
   SoftwareSurface surface;
   FixedIdentity identity;
   SoftwareMedia media;
 };
 
-SoftwareSaver::SoftwareSaver(const SoftwareScreen& screen, std::shared_ptr<SoundOutput> sound)
-    : loop_(std::make_unique<SaverLoop>()), parts_(std::make_unique<Parts>(screen, *loop_, std::move(sound))) {}
+SoftwareSaver::SoftwareSaver(const SoftwareScreen& screen, std::shared_ptr<SoundOutput> sound,
+                             std::shared_ptr<VideoFeeds> feeds)
+    : loop_(std::make_unique<SaverLoop>()),
+      parts_(std::make_unique<Parts>(screen, *loop_, std::move(sound), std::move(feeds))) {}
 
 SoftwareSaver::~SoftwareSaver() {
   // Loads still under way post to the loop: let them land before it goes.

@@ -11,6 +11,7 @@
 #include "engine/software/saver_loop.hpp"
 #include "engine/software/software_layer.hpp"
 #include "engine/software/software_view.hpp"
+#include "engine/software/video_feeds.hpp"
 #include "engine/sound_track.hpp"
 
 #include <memory>
@@ -21,8 +22,10 @@ namespace korvalen::engine {
 // Everything the controller needs, for one screen of a given size, without a display.
 class SoftwareSaver {
  public:
-  // With an output, videos whose sound level is above 0 play their sound through it.
-  explicit SoftwareSaver(const SoftwareScreen& screen, std::shared_ptr<SoundOutput> sound = nullptr);
+  // With an output, videos whose sound level is above 0 play their sound through it; with
+  // `feeds`, videos share decoders with the program's other screens showing the same.
+  explicit SoftwareSaver(const SoftwareScreen& screen, std::shared_ptr<SoundOutput> sound = nullptr,
+                         std::shared_ptr<VideoFeeds> feeds = nullptr);
   ~SoftwareSaver();
   SoftwareSaver(const SoftwareSaver&) = delete;
   SoftwareSaver& operator=(const SoftwareSaver&) = delete;

@@ -4,6 +4,7 @@
 #include "engine/media_decoder.hpp"
 #include "engine/software/software_image.hpp"
 #include "engine/software/software_layer.hpp"
+#include "engine/software/video_feeds.hpp"
 
 #include <algorithm>
 #include <cmath>
@@ -16,8 +17,9 @@ namespace {
 
 class SoftwareVideo final : public scene::VideoWallpaper, public std::enable_shared_from_this<SoftwareVideo> {
  public:
-  SoftwareVideo(std::filesystem::path file, TrimRange trim, SaverLoop& loop, std::shared_ptr<SoundOutput> output)
-      : file_(std::move(file)), trim_(trim), loop_(loop), output_(std::move(output)) {}
+  SoftwareVideo(std::filesystem::path file, TrimRange trim, SaverLoop& loop, std::shared_ptr<SoundOutput> output,
+                std::shared_ptr<VideoFeeds> feeds)
+      : file_(std::move(file)), trim_(trim), loop_(loop), output_(std::move(output)), feeds_(std::move(feeds)) {}
   ~SoftwareVideo() override { stopSound(); }
   SoftwareVideo(const SoftwareVideo&) = delete;
   SoftwareVideo& operator=(const SoftwareVideo&) = delete;
@@ -59,8 +61,9 @@ class SoftwareVideo final : public scene::VideoWallpaper, public std::enable_sha
     // A silent video decodes no sound at all.
     const int soundRate = output_ && level_ > 0 ? output_->sampleRate() : 0;
     std::weak_ptr<SoftwareVideo> self = weak_from_this();
+    const VideoFeeds::Key key{file_, options.start, options.end};
     loop_.beginWork();
-    std::thread([self, file = file_, options, soundRate, done = std::move(done), &loop = loop_]() mutable {
+    std::thread([self, file = file_, options, soundRate, done = std::move(done), key, &loop = loop_]() mutable {
       auto opened = MediaDecoder::open(file, options);
       std::shared_ptr<MediaDecoder> decoder;
       std::shared_ptr<SoundTrack> sound;
@@ -79,9 +82,9 @@ class SoftwareVideo final : public scene::VideoWallpaper, public std::enable_sha
       // Everything goes to the loop: once posted, this thread owns nothing that could outlive
       // the view (a decoder's own thread, joined on destruction, least of all).
       loop.finishWork([self, decoder = std::move(decoder), sound = std::move(sound), result = std::move(result),
-                       done = std::move(done)] {
+                       done = std::move(done), key] {
         if (auto video = self.lock(); video && decoder) {
-          video->decoder_ = decoder;
+          video->attachFeed(key, decoder);
           video->takeFrame(true);  // the first frame shows at once, playing or held
           video->attachSound(sound);
         }
@@ -106,7 +109,7 @@ class SoftwareVideo final : public scene::VideoWallpaper, public std::enable_sha
   }
   void stop() override {
     playing_ = false;
-    decoder_.reset();
+    feed_.reset();
     stopSound();
   }
   std::optional<std::vector<double>> sampleLuminances(const std::vector<FitRect>& regions) override {
@@ -134,6 +137,21 @@ class SoftwareVideo final : public scene::VideoWallpaper, public std::enable_sha
     position_ = position();
     since_ = loop_.mediaTime();
   }
+  // Plays from the feed another video of the program shows this stretch from, joining it at
+  // its newest frame, or from its own decoder, offered to the others.
+  void attachFeed(const VideoFeeds::Key& key, const std::shared_ptr<MediaDecoder>& decoder) {
+    if (feeds_) {
+      if (auto shared = feeds_->find(key)) {
+        feed_ = std::move(shared);
+        cursor_ = feed_->join();
+        return;  // the decoder opened for it closes unused
+      }
+    }
+    feed_ = std::make_shared<VideoFeed>(decoder);
+    if (feeds_) {
+      feeds_->add(key, feed_);
+    }
+  }
   void attachSound(std::shared_ptr<SoundTrack> sound) {
     if (!sound || !output_) {
       return;
@@ -156,14 +174,12 @@ class SoftwareVideo final : public scene::VideoWallpaper, public std::enable_sha
   // The next decoded frame becomes the one shown; false at the end, on an error, or (when
   // not waiting) when it is not decoded yet.
   bool takeFrame(bool wait) {
-    if (!decoder_) {
+    if (!feed_) {
       return false;
     }
     DecodedFrame frame;
-    frame.pixels = std::move(spare_);
-    const auto more = wait ? decoder_->next(frame) : decoder_->tryNext(frame);
+    const auto more = feed_->next(cursor_, frame, wait);
     if (!more || !*more) {
-      spare_ = std::move(frame.pixels);
       return false;
     }
     if (!current_) {
@@ -175,15 +191,12 @@ class SoftwareVideo final : public scene::VideoWallpaper, public std::enable_sha
     }
     pass_ = frame.pass;
     lastEnd_ = frame.seconds + frame.duration;
-    if (current_) {
-      spare_ = std::move(current_->bgra);
-    }
     current_ = pictureOf(std::move(frame));
     return true;
   }
   // Frames up to the present position, then the one now shown.
   const Picture* shown() {
-    if (current_ && decoder_) {
+    if (current_ && feed_) {
       const double at = position();
       // The next frame starts where this one ends; never more than a pass's worth at once.
       const auto nextStart = [this] { return lastEnd_ - passStart_ + passOffset_; };
@@ -206,10 +219,11 @@ class SoftwareVideo final : public scene::VideoWallpaper, public std::enable_sha
   TrimRange trim_;
   SaverLoop& loop_;
   std::shared_ptr<SoundOutput> output_;
-  std::shared_ptr<MediaDecoder> decoder_;
+  std::shared_ptr<VideoFeeds> feeds_;
+  std::shared_ptr<VideoFeed> feed_;
+  VideoFeed::Cursor cursor_;
   std::shared_ptr<SoundTrack> sound_;
   std::optional<Picture> current_;
-  std::vector<std::uint8_t> spare_;
   double rate_ = 1;
   double level_ = 0;
   bool playing_ = false;
@@ -224,8 +238,9 @@ class SoftwareVideo final : public scene::VideoWallpaper, public std::enable_sha
 }  // namespace
 
 std::shared_ptr<scene::VideoWallpaper> makeSoftwareVideo(std::filesystem::path file, TrimRange trim, SaverLoop& loop,
-                                                         std::shared_ptr<SoundOutput> output) {
-  return std::make_shared<SoftwareVideo>(std::move(file), trim, loop, std::move(output));
+                                                         std::shared_ptr<SoundOutput> output,
+                                                         std::shared_ptr<VideoFeeds> feeds) {
+  return std::make_shared<SoftwareVideo>(std::move(file), trim, loop, std::move(output), std::move(feeds));
 }
 
 }  // namespace korvalen::engine
