@@ -10,6 +10,7 @@
 #include "engine/flash_check.hpp"
 #include "engine/frame_writer.hpp"
 #include "engine/software/software_saver.hpp"
+#include "host/backend.hpp"
 
 #include <CLI/CLI.hpp>
 
@@ -35,6 +36,9 @@ void addLibraryCommands(CLI::App& app, Context& context, Action& action);
 WallpaperLibrary readLibrary(Context& context);
 const LibraryItem& libraryItem(const WallpaperLibrary& library, const std::string& id);
 void addSaverCommand(CLI::App& app, Context& context, Action& action);
+// The display server `--backend` names (a `UsageError` for another word), else the one the
+// environment chooses (a `Failure` naming WAYLAND_DISPLAY and DISPLAY when neither is set).
+host::Backend backendFor(const std::optional<std::string>& asked, Context& context);
 // XScreenSaver's single-dash spellings ("-root", "-window-id") of the saver's options.
 std::vector<std::string> withLongOptions(std::vector<std::string> arguments);
 void addPingPongCommands(CLI::App& app, Context& context, Action& action);

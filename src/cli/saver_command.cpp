@@ -212,11 +212,15 @@ void addSaverCommand(CLI::App& app, Context& context, Action& action) {
   });
 
   auto json = std::make_shared<bool>(false);
+  auto backend = std::make_shared<std::optional<std::string>>();
   auto* screens = app.add_subcommand("screens", "List the monitors by the identifiers a plan's screens use");
   screens->add_flag("--json", *json, "As JSON");
-  screens->callback([&context, &action, json] {
-    action = [&context, json] {
-      const auto monitors = host::listMonitors();
+  screens->add_option("--backend", *backend,
+                      "x11 or wayland (default: wayland when WAYLAND_DISPLAY is set, else x11 when DISPLAY is)");
+  screens->callback([&context, &action, json, backend] {
+    action = [&context, json, backend] {
+      const auto monitors =
+          backendFor(*backend, context) == host::Backend::wayland ? host::listWaylandMonitors() : host::listMonitors();
       if (!monitors) {
         throw Failure(fmt::format("screens: {}", monitors.error()));
       }
@@ -241,6 +245,21 @@ void addSaverCommand(CLI::App& app, Context& context, Action& action) {
       return ok;
     };
   });
+}
+
+host::Backend backendFor(const std::optional<std::string>& asked, Context& context) {
+  std::optional<host::Backend> named;
+  if (asked) {
+    named = host::backendNamed(*asked);
+    if (!named) {
+      throw UsageError(fmt::format("--backend: \"{}\" is not one of x11, wayland", *asked));
+    }
+  }
+  auto chosen = host::chooseBackend(named, context.environment);
+  if (!chosen) {
+    throw Failure(chosen.error());
+  }
+  return *chosen;
 }
 
 }  // namespace korvalen::cli

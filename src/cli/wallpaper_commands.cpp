@@ -16,6 +16,8 @@ namespace {
 
 struct WallpaperArguments {
   std::string placement = "automatic";
+  std::string layer = "background";
+  std::optional<std::string> backend;
   std::string tz;
   std::optional<double> seconds;
   std::string monitor;
@@ -87,6 +89,11 @@ void addWallpaperCommands(CLI::App& app, Context& context, Action& action) {
                         "desktop: a desktop window below all others; below: an unmanaged window lowered beneath "
                         "everything (tiling window managers); root: the root window's background (default: desktop "
                         "where the window manager supports it, else below)");
+  wallpaper->add_option("--layer", arguments->layer,
+                        "On Wayland, the layer-shell layer: background, or bottom (above a desktop's own background "
+                        "surface, as KDE Plasma needs)");
+  wallpaper->add_option("--backend", arguments->backend,
+                        "x11 or wayland (default: wayland when WAYLAND_DISPLAY is set, else x11 when DISPLAY is)");
   wallpaper->add_option("--tz", arguments->tz, "IANA time zone for schedules (default: TZ, else this machine's zone)");
   wallpaper->add_option("--seconds", arguments->seconds, "Stop by itself after this many seconds");
   addControl(*wallpaper, context, action, wallpaper::Command::status,
@@ -103,15 +110,21 @@ void addWallpaperCommands(CLI::App& app, Context& context, Action& action) {
     }
     action = [&context, arguments] {
       const auto placement = host::placementNamed(arguments->placement);
-      if (!placement) {
+      if (!placement || *placement == host::Placement::background || *placement == host::Placement::bottom) {
         throw UsageError(
             fmt::format("--placement: \"{}\" is not one of automatic, desktop, below, root", arguments->placement));
       }
       if (arguments->seconds && !(*arguments->seconds > 0)) {
         throw UsageError("--seconds: a number of seconds above 0");
       }
+      const auto layer = host::placementNamed(arguments->layer);
+      if (layer != host::Placement::background && layer != host::Placement::bottom) {
+        throw UsageError(fmt::format("--layer: \"{}\" is not one of background, bottom", arguments->layer));
+      }
       wallpaper::WallpaperOptions options;
+      options.backend = backendFor(arguments->backend, context);
       options.placement = *placement;
+      options.layer = *layer;
       options.files = engine::PlannerFiles::defaults(context.environment);
       options.environment = context.environment;
       options.zone = &zoneNamed(arguments->tz, context);

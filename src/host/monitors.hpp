@@ -1,4 +1,5 @@
-// The monitors of the X display, as both desktop programs see them. No X11 type appears here.
+// The monitors of the display, as both desktop programs see them. No X11 or Wayland type
+// appears here.
 #pragma once
 
 #include <expected>
@@ -9,8 +10,8 @@ namespace korvalen::host {
 
 // A monitor as RandR 1.5 describes it, with the stable identifier plans are keyed by.
 struct Monitor {
-  int screen = 0;      // the X screen it belongs to
-  std::string output;  // RandR's name for it: "HDMI-1", "eDP-1", "screen" under Xvfb, or a monitor's own
+  int screen = 0;      // the X screen it belongs to (0 on Wayland)
+  std::string output;  // its name: RandR's ("HDMI-1", "screen" under Xvfb, a monitor's own) or the compositor's
   long x = 0;          // in its screen's root window coordinates
   long y = 0;
   long width = 0;
@@ -21,5 +22,7 @@ struct Monitor {
 
 // The monitors of the display in DISPLAY; one line when there is no display.
 [[nodiscard]] std::expected<std::vector<Monitor>, std::string> listMonitors();
+// The outputs of the Wayland compositor in WAYLAND_DISPLAY; one line when there is none.
+[[nodiscard]] std::expected<std::vector<Monitor>, std::string> listWaylandMonitors();
 
 }  // namespace korvalen::host

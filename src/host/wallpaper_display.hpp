@@ -21,11 +21,13 @@
 
 namespace korvalen::host {
 
-// desktop: a desktop-typed window per monitor, kept below by the window manager; below: an
-// unmanaged window lowered beneath everything (window managers without desktop windows);
-// root: the root window's background, which compositors and pseudo-transparent terminals
-// read. automatic: desktop where the window manager supports it, else below.
-enum class Placement { automatic, desktop, below, root };
+// On X11, desktop: a desktop-typed window per monitor, kept below by the window manager;
+// below: an unmanaged window lowered beneath everything (window managers without desktop
+// windows); root: the root window's background, which compositors and pseudo-transparent
+// terminals read; automatic: desktop where the window manager supports it, else below. On
+// Wayland, the layer-shell layer: background, or bottom (above a desktop's own background
+// surface, as KDE Plasma needs).
+enum class Placement { automatic, desktop, below, root, background, bottom };
 std::string_view toString(Placement placement);
 std::optional<Placement> placementNamed(std::string_view word);
 
@@ -40,7 +42,8 @@ class WallpaperDisplay {
   struct Events {
     std::function<void()> monitorsChanged;  // the surfaces already follow the new monitors
     std::function<void()> windowsChanged;
-    std::function<void()> exposed;  // what was drawn is gone: draw every monitor again
+    std::function<void()> exposed;                 // what was drawn is gone: draw every monitor again
+    std::function<void(const std::string&)> lost;  // the display server went away: one line
   };
   virtual ~WallpaperDisplay() = default;
   [[nodiscard]] virtual std::vector<Monitor> monitors() const = 0;
@@ -63,5 +66,9 @@ class WallpaperDisplay {
 // One line when there is no X display or it cannot show a wallpaper.
 [[nodiscard]] std::expected<std::unique_ptr<WallpaperDisplay>, std::string> openX11Wallpaper(
     engine::EventLoop& loop, Placement placement, WallpaperDisplay::Events events);
+// A layer-shell surface on every output of the Wayland compositor (WAYLAND_DISPLAY), on the
+// `layer` given (background or bottom); one line when there is none or it has no layer shell.
+[[nodiscard]] std::expected<std::unique_ptr<WallpaperDisplay>, std::string> openWaylandWallpaper(
+    engine::EventLoop& loop, Placement layer, WallpaperDisplay::Events events);
 
 }  // namespace korvalen::host

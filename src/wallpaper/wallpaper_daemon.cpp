@@ -107,7 +107,13 @@ class Daemon {
       }
       later(tickDue_);
     };
-    auto display = host::openX11Wallpaper(*loop_, options_.placement, std::move(events));
+    events.lost = [this](const std::string& why) {
+      lost_ = why;
+      loop_->quit();
+    };
+    auto display = options_.backend == host::Backend::wayland
+                       ? host::openWaylandWallpaper(*loop_, options_.layer, std::move(events))
+                       : host::openX11Wallpaper(*loop_, options_.placement, std::move(events));
     if (!display) {
       return std::unexpected(display.error());
     }
@@ -148,9 +154,13 @@ class Daemon {
     return {};
   }
 
-  void run() {
+  std::expected<void, std::string> run() {
     loop_->run();
+    if (lost_) {
+      return std::unexpected(*lost_);
+    }
     say("stopped");
+    return {};
   }
 
  private:
@@ -661,7 +671,10 @@ class Daemon {
       reply.monitors.push_back(std::move(entry));
     }
     if (!windows_) {
-      reply.message += "; the window manager keeps no window list, so windows pause nothing";
+      reply.message += options_.backend == host::Backend::wayland
+                           ? "; full-screen pausing is unavailable: the compositor offers no window list "
+                             "(foreign-toplevel)"
+                           : "; the window manager keeps no window list, so windows pause nothing";
     }
     return reply;
   }
@@ -676,6 +689,7 @@ class Daemon {
   std::unique_ptr<host::SystemWatcher> system_;
   std::unique_ptr<engine::PlannerService> planner_;
   std::shared_ptr<engine::SoundOutput> sound_;
+  std::optional<std::string> lost_;  // the display server went away
   // Monitors of different sizes showing the same video decode it once.
   std::shared_ptr<engine::VideoFeeds> feeds_ = std::make_shared<engine::VideoFeeds>();
   bool sdlAudio_ = false;
@@ -704,8 +718,7 @@ std::expected<void, std::string> runWallpaper(const WallpaperOptions& options) {
   if (auto started = daemon.start(); !started) {
     return started;
   }
-  daemon.run();
-  return {};
+  return daemon.run();
 }
 
 }  // namespace korvalen::wallpaper

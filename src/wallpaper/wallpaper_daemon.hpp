@@ -7,6 +7,7 @@
 #include "core/support/paths.hpp"
 #include "core/support/time_zone.hpp"
 #include "engine/planning/planner_service.hpp"
+#include "host/backend.hpp"
 #include "host/wallpaper_display.hpp"
 
 #include <expected>
@@ -17,7 +18,9 @@
 namespace korvalen::wallpaper {
 
 struct WallpaperOptions {
-  host::Placement placement = host::Placement::automatic;
+  host::Backend backend = host::Backend::x11;
+  host::Placement placement = host::Placement::automatic;  // on X11
+  host::Placement layer = host::Placement::background;     // on Wayland
   engine::PlannerFiles files;
   paths::Environment environment;
   const TimeZone* zone = nullptr;

@@ -63,5 +63,20 @@ TEST_F(SaverCommand, BadArgumentsAndAMissingPlanAreOneLine) {
   EXPECT_THAT(outcome.err, HasSubstr("] no plan at " + (folder / "none.json").string() + ": black"));
 }
 
+// The display server: --backend, else WAYLAND_DISPLAY, else DISPLAY, else one line naming both
+// (which wins when both are set is tried on a real compositor).
+TEST_F(SaverCommand, TheDisplayServerIsTheOneAskedForElseTheOneTheEnvironmentNames) {
+  environment.erase("DISPLAY");
+  environment.erase("WAYLAND_DISPLAY");
+  for (const auto& command : std::vector<std::vector<std::string>>{{"screens"}, {"wallpaper"}}) {
+    const auto outcome = run(command);
+    expectOneLineError(outcome, failed, "WAYLAND_DISPLAY");
+    EXPECT_THAT(outcome.err, HasSubstr("DISPLAY (X11)")) << command.front();
+    expectOneLineError(run({command.front(), "--backend", "mir"}), badUsage, "--backend: \"mir\"");
+  }
+  expectOneLineError(run({"wallpaper", "--layer", "top"}), badUsage, "--layer");
+  expectOneLineError(run({"wallpaper", "--placement", "background"}), badUsage, "--placement");
+}
+
 }  // namespace
 }  // namespace korvalen::cli

@@ -500,7 +500,8 @@ TEST_F(Desktop, WhatCannotBeShownIsOneLine) {
       {{"saver", "--window", "64x48", "--out", "x.mp4"}, {}, 2, "--size, --out and --screen are for --headless"},
       {{"saver", "--seconds", "1"}, {"DISPLAY="}, 1, "saver: no X display: DISPLAY is not set; --headless"},
       {{"saver", "--seconds", "1"}, {"DISPLAY=:9999"}, 1, "saver: no X display: :9999 cannot be opened"},
-      {{"screens"}, {"DISPLAY="}, 1, "screens: no X display"},
+      {{"screens"}, {"DISPLAY="}, 1, "no display: neither WAYLAND_DISPLAY (Wayland) nor DISPLAY (X11) is set"},
+      {{"screens", "--backend", "x11"}, {"DISPLAY="}, 1, "screens: no X display"},
   };
   for (const auto& c : cases) {
     const auto done = korvalen(c.arguments, c.environment);

@@ -59,6 +59,60 @@ std::vector<std::string> ScreenIdentity::stableIDs(const std::vector<Display>& d
   return ids;
 }
 
+namespace {
+
+bool known(std::string_view text) {
+  return !text.empty() && text::lowercased(std::string(text)).find("unknown") == std::string::npos;
+}
+
+// Letters and digits kept (in lower case), every run of anything else one "-", none at the ends.
+std::string slug(const std::string& text) {
+  std::string out;
+  for (const char c : text::lowercased(text)) {
+    const bool plain = (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9');
+    if (plain) {
+      out += c;
+    } else if (!out.empty() && out.back() != '-') {
+      out += '-';
+    }
+  }
+  while (!out.empty() && out.back() == '-') {
+    out.pop_back();
+  }
+  return out;
+}
+
+std::string namedDevice(const ScreenIdentity::NamedOutput& output) {
+  if (!known(output.make) && !known(output.model)) {
+    return output.name.empty() ? std::string("output") : output.name;
+  }
+  std::string text;
+  for (const auto* part : {&output.make, &output.model, &output.serial}) {
+    if (known(*part)) {
+      text += (text.empty() ? "" : " ") + *part;
+    }
+  }
+  const auto made = slug(text);
+  return made.empty() ? output.name : made;
+}
+
+}  // namespace
+
+std::vector<std::string> ScreenIdentity::stableOutputIDs(const std::vector<NamedOutput>& outputs) {
+  std::vector<std::string> ids;
+  ids.reserve(outputs.size());
+  for (const auto& output : outputs) {
+    auto device = namedDevice(output);
+    const auto same = std::count_if(outputs.begin(), outputs.end(),
+                                    [&](const NamedOutput& other) { return namedDevice(other) == device; });
+    if (same > 1 && device != output.name) {
+      device += "-" + output.name;
+    }
+    ids.push_back(device + "|" + size(output.width, output.height));
+  }
+  return ids;
+}
+
 std::string_view toString(MonitorMatch match) {
   switch (match) {
     case MonitorMatch::none:

@@ -46,6 +46,22 @@ struct Display {
 // The stable identifier of each display, in order: a display has a twin when another in
 // the list reports the same vendor, model and serial numbers.
 std::vector<std::string> stableIDs(const std::vector<Display>& displays);
+
+// An output as a compositor names it (Wayland): its make, model and serial when it says, its
+// connector name ("DP-1"), and its size in pixels.
+struct NamedOutput {
+  std::string make;
+  std::string model;
+  std::string serial;
+  std::string name;
+  double width = 0;
+  double height = 0;
+};
+// The stable identifier of each output, in order: make, model and serial in lower case with
+// anything but letters and digits as "-", or the connector name when make and model are
+// unknown; an output with a twin (another of the same make, model and serial) has its
+// connector name appended. Then "|" and the size, as for displays.
+std::vector<std::string> stableOutputIDs(const std::vector<NamedOutput>& outputs);
 }  // namespace ScreenIdentity
 
 enum class MonitorMatch { none, exact, sameDevice };

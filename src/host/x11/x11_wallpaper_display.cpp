@@ -26,10 +26,12 @@
 namespace korvalen::host {
 
 namespace {
-constexpr EnumWords<Placement, 4> placementWords{{{Placement::automatic, "automatic"},
+constexpr EnumWords<Placement, 6> placementWords{{{Placement::automatic, "automatic"},
                                                   {Placement::desktop, "desktop"},
                                                   {Placement::below, "below"},
-                                                  {Placement::root, "root"}}};
+                                                  {Placement::root, "root"},
+                                                  {Placement::background, "background"},
+                                                  {Placement::bottom, "bottom"}}};
 }  // namespace
 
 std::string_view toString(Placement placement) {

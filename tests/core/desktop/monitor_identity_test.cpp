@@ -61,6 +61,32 @@ TEST(ScreenIdentity, StableIDsFindTwinsAmongTheDisplays) {
   EXPECT_TRUE(ScreenIdentity::stableIDs({}).empty());
 }
 
+TEST(ScreenIdentity, OutputsNamedByTheirCompositorGetTheirMakeAndModelOrTheirName) {
+  using Named = ScreenIdentity::NamedOutput;
+  struct Case {
+    std::vector<Named> outputs;
+    std::vector<std::string> ids;
+  };
+  const std::vector<Case> cases{
+      // Make, model and serial, in lower case with every other run of characters one "-".
+      {{{"Dell Inc.", "DELL U2720Q", "7XK1P23", "DP-1", 3840, 2160}}, {"dell-inc-dell-u2720q-7xk1p23|3840x2160"}},
+      // Unknown make and model: the connector name, as the compositor gives it.
+      {{{"", "", "", "HDMI-A-1", 1920, 1080}}, {"HDMI-A-1|1920x1080"}},
+      {{{"Unknown", "<Unknown>", "", "eDP-1", 2880, 1800}}, {"eDP-1|2880x1800"}},
+      // Twins without serials are told apart by their connectors; others are left alone.
+      {{{"headless", "headless", "", "HEADLESS-1", 640, 360},
+        {"headless", "headless", "", "HEADLESS-2", 1920, 1080},
+        {"AOC", "Q27", "", "DP-2", 2560, 1440}},
+       {"headless-headless-HEADLESS-1|640x360", "headless-headless-HEADLESS-2|1920x1080", "aoc-q27|2560x1440"}},
+      // The same make and model with different serials are not twins.
+      {{{"LG", "27UK", "1", "DP-1", 3840, 2160}, {"LG", "27UK", "2", "DP-2", 3840, 2160}},
+       {"lg-27uk-1|3840x2160", "lg-27uk-2|3840x2160"}},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(ScreenIdentity::stableOutputIDs(c.outputs), c.ids) << c.outputs.front().name;
+  }
+}
+
 TEST(MonitorIdentity, ExactThenSameDeviceWithoutAmbiguity) {
   EXPECT_EQ(MonitorIdentity::resolve({"dell|1920x1080"}, {"dell|1920x1080"}),
             (Bindings{{"dell|1920x1080", "dell|1920x1080", MonitorMatch::exact}}));

@@ -1,0 +1,618 @@
+// The live wallpaper on Wayland: a layer-shell surface on every output (the background layer,
+// or the bottom one), with an empty input region so clicks reach the desktop, drawn into
+// shared-memory buffers only when the compositor's frame callback says a frame will be shown.
+#include "host/wallpaper_display.hpp"
+
+#include "core/desktop/monitor_identity.hpp"
+#include "core/diagnostics/log.hpp"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <poll.h>
+#include <sys/mman.h>
+#include <unistd.h>
+#include <wayland-client.h>
+
+#include "wlr-layer-shell-unstable-v1-client.h"
+#include "xdg-output-unstable-v1-client.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <system_error>
+
+namespace korvalen::host {
+namespace {
+
+constexpr std::string_view category = "wallpaper";
+
+// One picture the compositor reads, in memory shared with it.
+class ShmBuffer {
+ public:
+  ShmBuffer() = default;
+  ShmBuffer(const ShmBuffer&) = delete;
+  ShmBuffer& operator=(const ShmBuffer&) = delete;
+  ~ShmBuffer() { reset(); }
+
+  // Memory of `width` x `height` pixels; false (one line in `error`) when it cannot be had.
+  bool make(wl_shm* shm, int width, int height, std::string& error) {
+    reset();
+    const int stride = width * 4;
+    const auto bytes = static_cast<std::size_t>(stride) * static_cast<std::size_t>(height);
+    const int fd = memfd_create("korvalen-wallpaper", MFD_CLOEXEC);
+    if (fd < 0 || ftruncate(fd, static_cast<off_t>(bytes)) != 0) {
+      error = fmt::format("no shared memory for a {}x{} picture: {}", width, height,
+                          std::generic_category().message(errno));
+      if (fd >= 0) {
+        close(fd);
+      }
+      return false;
+    }
+    void* data = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+    if (data == MAP_FAILED) {
+      error = fmt::format("no shared memory for a {}x{} picture: {}", width, height,
+                          std::generic_category().message(errno));
+      close(fd);
+      return false;
+    }
+    wl_shm_pool* pool = wl_shm_create_pool(shm, fd, static_cast<std::int32_t>(bytes));
+    buffer_ = wl_shm_pool_create_buffer(pool, 0, width, height, stride, WL_SHM_FORMAT_XRGB8888);
+    wl_shm_pool_destroy(pool);
+    close(fd);
+    static constexpr wl_buffer_listener listener{
+        [](void* self, wl_buffer*) { static_cast<ShmBuffer*>(self)->busy_ = false; }};
+    wl_buffer_add_listener(buffer_, &listener, this);
+    data_ = static_cast<std::uint8_t*>(data);
+    bytes_ = bytes;
+    width_ = width;
+    height_ = height;
+    return true;
+  }
+  void reset() {
+    if (buffer_ != nullptr) {
+      wl_buffer_destroy(buffer_);
+      buffer_ = nullptr;
+    }
+    if (data_ != nullptr) {
+      munmap(data_, bytes_);
+      data_ = nullptr;
+    }
+    busy_ = false;
+  }
+  [[nodiscard]] bool ready() const { return buffer_ != nullptr && !busy_; }
+  [[nodiscard]] engine::Canvas canvas() const { return engine::Canvas{data_, width_, height_, width_ * 4}; }
+  wl_buffer* attach() {
+    busy_ = true;
+    return buffer_;
+  }
+  [[nodiscard]] std::int64_t width() const { return width_; }
+  [[nodiscard]] std::int64_t height() const { return height_; }
+
+ private:
+  wl_buffer* buffer_ = nullptr;
+  std::uint8_t* data_ = nullptr;
+  std::size_t bytes_ = 0;
+  std::int64_t width_ = 0;
+  std::int64_t height_ = 0;
+  bool busy_ = false;  // the compositor still reads it
+};
+
+class WaylandWallpaperDisplay;
+
+// An output and the wallpaper surface on it.
+struct Output {
+  WaylandWallpaperDisplay* owner = nullptr;
+  std::uint32_t global = 0;
+  wl_output* output = nullptr;
+  zxdg_output_v1* xdg = nullptr;
+  std::string name;
+  std::string make;
+  std::string model;
+  std::int32_t x = 0;
+  std::int32_t y = 0;
+  std::int32_t scale = 1;
+  std::int32_t modeWidth = 0;  // the current mode, in pixels
+  std::int32_t modeHeight = 0;
+  std::int32_t logicalOutputWidth = 0;  // from xdg-output, in the compositor's logical units
+  std::int32_t logicalOutputHeight = 0;
+  bool described = false;  // the first `done` came
+  Monitor monitor;
+
+  wl_surface* surface = nullptr;
+  zwlr_layer_surface_v1* layer = nullptr;
+  std::int32_t logicalWidth = 0;  // as the compositor configured the surface
+  std::int32_t logicalHeight = 0;
+  std::int32_t bufferScale = 1;
+  std::array<ShmBuffer, 2> buffers;
+  ShmBuffer* drawing = nullptr;  // handed out by `canvas`, not presented yet
+  ShmBuffer* shown = nullptr;    // presented last
+  wl_callback* frame = nullptr;  // a frame asked for and not yet done
+
+  Output() = default;
+  Output(const Output&) = delete;
+  Output& operator=(const Output&) = delete;
+  ~Output() {
+    destroySurface();
+    if (output != nullptr) {
+      if (wl_output_get_version(output) >= WL_OUTPUT_RELEASE_SINCE_VERSION) {
+        wl_output_release(output);
+      } else {
+        wl_output_destroy(output);
+      }
+    }
+  }
+
+  void destroySurface() {
+    if (frame != nullptr) {
+      wl_callback_destroy(frame);
+      frame = nullptr;
+    }
+    for (auto& buffer : buffers) {
+      buffer.reset();
+    }
+    drawing = nullptr;
+    shown = nullptr;
+    if (layer != nullptr) {
+      zwlr_layer_surface_v1_destroy(layer);
+      layer = nullptr;
+    }
+    if (surface != nullptr) {
+      wl_surface_destroy(surface);
+      surface = nullptr;
+    }
+    if (xdg != nullptr) {
+      zxdg_output_v1_destroy(xdg);
+      xdg = nullptr;
+    }
+  }
+  // The wallpaper's size in pixels: the surface's size at the output's scale, or before it
+  // has one, the output's own logical size at its scale, else its mode.
+  [[nodiscard]] std::int64_t pixelWidth() const {
+    return logicalWidth > 0         ? std::int64_t{logicalWidth} * bufferScale
+           : logicalOutputWidth > 0 ? std::int64_t{logicalOutputWidth} * scale
+                                    : modeWidth;
+  }
+  [[nodiscard]] std::int64_t pixelHeight() const {
+    return logicalHeight > 0         ? std::int64_t{logicalHeight} * bufferScale
+           : logicalOutputHeight > 0 ? std::int64_t{logicalOutputHeight} * scale
+                                     : modeHeight;
+  }
+};
+
+class WaylandWallpaperDisplay final : public WallpaperDisplay {
+ public:
+  // Without a loop, it only reads the outputs: no surfaces.
+  WaylandWallpaperDisplay(engine::EventLoop* loop, Placement layer, Events events)
+      : loop_(loop),
+        layer_(layer == Placement::bottom ? Placement::bottom : Placement::background),
+        events_(std::move(events)) {}
+
+  ~WaylandWallpaperDisplay() override {
+    watch_.reset();
+    flush_.reset();
+    outputs_.clear();
+    if (layerShell_ != nullptr) {
+      zwlr_layer_shell_v1_destroy(layerShell_);
+    }
+    if (outputManager_ != nullptr) {
+      zxdg_output_manager_v1_destroy(outputManager_);
+    }
+    if (shm_ != nullptr) {
+      wl_shm_destroy(shm_);
+    }
+    if (compositor_ != nullptr) {
+      wl_compositor_destroy(compositor_);
+    }
+    if (registry_ != nullptr) {
+      wl_registry_destroy(registry_);
+    }
+    if (display_ != nullptr) {
+      wl_display_flush(display_);
+      wl_display_disconnect(display_);
+    }
+  }
+  WaylandWallpaperDisplay(const WaylandWallpaperDisplay&) = delete;
+  WaylandWallpaperDisplay& operator=(const WaylandWallpaperDisplay&) = delete;
+
+  std::expected<void, std::string> open() {
+    // Read where libwayland reads it, before any thread of ours is started.
+    const char* named = std::getenv("WAYLAND_DISPLAY");  // NOLINT(concurrency-mt-unsafe)
+    const std::string where = named != nullptr && *named != '\0' ? named : "wayland-0";
+    display_ = wl_display_connect(nullptr);
+    if (display_ == nullptr) {
+      return std::unexpected(fmt::format("cannot connect to the Wayland compositor at {}: {}", where,
+                                         std::generic_category().message(errno != 0 ? errno : ENOENT)));
+    }
+    registry_ = wl_display_get_registry(display_);
+    static constexpr wl_registry_listener listener{
+        [](void* self, wl_registry*, std::uint32_t name, const char* interface, std::uint32_t version) {
+          static_cast<WaylandWallpaperDisplay*>(self)->announced(name, interface, version);
+        },
+        [](void* self, wl_registry*, std::uint32_t name) { static_cast<WaylandWallpaperDisplay*>(self)->gone(name); }};
+    wl_registry_add_listener(registry_, &listener, this);
+    // The globals, then each output's description, then the surfaces' first configure.
+    for (int round = 0; round < 3; ++round) {
+      if (wl_display_roundtrip(display_) < 0) {
+        return std::unexpected(fmt::format("the Wayland compositor at {} closed the connection", where));
+      }
+    }
+    if (compositor_ == nullptr || shm_ == nullptr) {
+      return std::unexpected(fmt::format("the Wayland compositor at {} offers no shared-memory surfaces", where));
+    }
+    if (loop_ == nullptr) {
+      identify();
+      return {};
+    }
+    if (layerShell_ == nullptr) {
+      return std::unexpected(fmt::format(
+          "the Wayland compositor at {} offers no layer shell (zwlr_layer_shell_v1), so nothing can be put behind "
+          "the windows; GNOME's does not",
+          where));
+    }
+    open_ = true;
+    watch_ = loop_->watch(wl_display_get_fd(display_), POLLIN, [this](short revents) { readEvents(revents); });
+    flush_ = loop_->beforeSleep([this] { flushRequests(); });
+    log::writef(category, log::Level::notice, "on Wayland {} on the {} layer ({} output(s), shared memory)", where,
+                toString(layer_), outputs_.size());
+    return {};
+  }
+
+  [[nodiscard]] std::vector<Monitor> monitors() const override {
+    std::vector<Monitor> out;
+    for (const auto& output : outputs_) {
+      const bool listed = loop_ == nullptr ? output->described : output->layer != nullptr && output->logicalWidth > 0;
+      if (listed && output->monitor.width > 0 && output->monitor.height > 0) {
+        out.push_back(output->monitor);
+      }
+    }
+    return out;
+  }
+
+  std::optional<engine::Canvas> canvas(const std::string& monitorId) override {
+    Output* output = find(monitorId);
+    if (output == nullptr || output->frame != nullptr) {
+      return std::nullopt;  // the compositor has not shown the last frame yet: `ready` follows
+    }
+    for (auto& buffer : output->buffers) {
+      if (buffer.ready()) {
+        output->drawing = &buffer;
+        return buffer.canvas();
+      }
+    }
+    return std::nullopt;
+  }
+
+  void present(const std::string& monitorId) override {
+    Output* output = find(monitorId);
+    if (output == nullptr || output->drawing == nullptr) {
+      return;
+    }
+    ShmBuffer& buffer = *output->drawing;
+    output->drawing = nullptr;
+    output->shown = &buffer;
+    wl_surface_attach(output->surface, buffer.attach(), 0, 0);
+    wl_surface_damage_buffer(output->surface, 0, 0, static_cast<std::int32_t>(buffer.width()),
+                             static_cast<std::int32_t>(buffer.height()));
+    askForFrame(*output);
+    wl_surface_commit(output->surface);
+  }
+
+  void presentFrom(const std::string& monitorId, const std::string& source) override {
+    Output* from = find(source);
+    if (from == nullptr || from->shown == nullptr || monitorId == source) {
+      return;
+    }
+    const auto target = canvas(monitorId);
+    const auto picture = from->shown->canvas();
+    if (!target || target->width != picture.width || target->height != picture.height) {
+      return;
+    }
+    for (std::int64_t y = 0; y < picture.height; ++y) {
+      std::memcpy(target->row(y), picture.row(y), static_cast<std::size_t>(picture.width) * 4);
+    }
+    present(monitorId);
+  }
+
+  // The compositor keeps its window list to itself; without the foreign-toplevel protocol
+  // nothing here can say what covers an output.
+  std::optional<DesktopWindows> windows() override { return std::nullopt; }
+  std::optional<bool> displayAsleep() override { return std::nullopt; }
+  [[nodiscard]] Placement placement() const override { return layer_; }
+  void onReady(std::function<void(const std::string&)> ready) override { ready_ = std::move(ready); }
+
+ private:
+  void announced(std::uint32_t name, std::string_view interface, std::uint32_t version) {
+    if (interface == wl_compositor_interface.name && version >= 4) {
+      compositor_ = static_cast<wl_compositor*>(wl_registry_bind(registry_, name, &wl_compositor_interface, 4));
+    } else if (interface == wl_shm_interface.name) {
+      shm_ = static_cast<wl_shm*>(wl_registry_bind(registry_, name, &wl_shm_interface, 1));
+    } else if (interface == zwlr_layer_shell_v1_interface.name) {
+      layerShell_ = static_cast<zwlr_layer_shell_v1*>(
+          wl_registry_bind(registry_, name, &zwlr_layer_shell_v1_interface, std::min<std::uint32_t>(version, 4)));
+    } else if (interface == zxdg_output_manager_v1_interface.name) {
+      outputManager_ = static_cast<zxdg_output_manager_v1*>(
+          wl_registry_bind(registry_, name, &zxdg_output_manager_v1_interface, std::min<std::uint32_t>(version, 3)));
+      for (auto& output : outputs_) {
+        describe(*output);
+      }
+    } else if (interface == wl_output_interface.name) {
+      auto output = std::make_unique<Output>();
+      output->owner = this;
+      output->global = name;
+      output->name = fmt::format("output-{}", name);
+      output->output = static_cast<wl_output*>(
+          wl_registry_bind(registry_, name, &wl_output_interface, std::min<std::uint32_t>(version, 4)));
+      static constexpr wl_output_listener listener{
+          [](void* data, wl_output*, std::int32_t x, std::int32_t y, std::int32_t, std::int32_t, std::int32_t,
+             const char* make, const char* model, std::int32_t) {
+            auto& o = *static_cast<Output*>(data);
+            o.x = x;
+            o.y = y;
+            o.make = make != nullptr ? make : "";
+            o.model = model != nullptr ? model : "";
+          },
+          [](void* data, wl_output*, std::uint32_t flags, std::int32_t width, std::int32_t height, std::int32_t) {
+            if ((flags & WL_OUTPUT_MODE_CURRENT) != 0) {
+              auto& o = *static_cast<Output*>(data);
+              o.modeWidth = width;
+              o.modeHeight = height;
+            }
+          },
+          [](void* data, wl_output*) {
+            auto& o = *static_cast<Output*>(data);
+            o.owner->described(o);
+          },
+          [](void* data, wl_output*, std::int32_t factor) { static_cast<Output*>(data)->scale = std::max(factor, 1); },
+          [](void* data, wl_output*, const char* text) {
+            if (text != nullptr && *text != '\0') {
+              static_cast<Output*>(data)->name = text;
+            }
+          },
+          [](void*, wl_output*, const char*) {}};
+      wl_output_add_listener(output->output, &listener, output.get());
+      describe(*output);
+      outputs_.push_back(std::move(output));
+    }
+  }
+
+  // The output's logical position and name from xdg-output, where offered.
+  void describe(Output& output) {
+    if (outputManager_ == nullptr || output.xdg != nullptr) {
+      return;
+    }
+    output.xdg = zxdg_output_manager_v1_get_xdg_output(outputManager_, output.output);
+    static constexpr zxdg_output_v1_listener listener{
+        [](void* data, zxdg_output_v1*, std::int32_t x, std::int32_t y) {
+          auto& o = *static_cast<Output*>(data);
+          o.x = x;
+          o.y = y;
+        },
+        [](void* data, zxdg_output_v1*, std::int32_t width, std::int32_t height) {
+          auto& o = *static_cast<Output*>(data);
+          o.logicalOutputWidth = width;
+          o.logicalOutputHeight = height;
+        },
+        [](void*, zxdg_output_v1*) {},
+        [](void* data, zxdg_output_v1*, const char* text) {
+          if (text != nullptr && *text != '\0') {
+            static_cast<Output*>(data)->name = text;
+          }
+        },
+        [](void*, zxdg_output_v1*, const char*) {}};
+    zxdg_output_v1_add_listener(output.xdg, &listener, &output);
+  }
+
+  // An output described (first or again): its wallpaper surface made, or its size followed.
+  void described(Output& output) {
+    output.described = true;
+    if (loop_ == nullptr) {
+      return;
+    }
+    if (output.surface == nullptr && compositor_ != nullptr && layerShell_ != nullptr) {
+      makeSurface(output);
+    } else if (output.surface != nullptr && output.bufferScale != output.scale) {
+      resize(output);
+    }
+  }
+
+  void makeSurface(Output& output) {
+    output.surface = wl_compositor_create_surface(compositor_);
+    // Clicks and touches go through to the desktop beneath: an empty input region.
+    wl_region* nothing = wl_compositor_create_region(compositor_);
+    wl_surface_set_input_region(output.surface, nothing);
+    wl_region_destroy(nothing);
+    const auto layer =
+        layer_ == Placement::bottom ? ZWLR_LAYER_SHELL_V1_LAYER_BOTTOM : ZWLR_LAYER_SHELL_V1_LAYER_BACKGROUND;
+    output.layer =
+        zwlr_layer_shell_v1_get_layer_surface(layerShell_, output.surface, output.output, layer, "korvalen-wallpaper");
+    zwlr_layer_surface_v1_set_anchor(output.layer,
+                                     ZWLR_LAYER_SURFACE_V1_ANCHOR_TOP | ZWLR_LAYER_SURFACE_V1_ANCHOR_BOTTOM |
+                                         ZWLR_LAYER_SURFACE_V1_ANCHOR_LEFT | ZWLR_LAYER_SURFACE_V1_ANCHOR_RIGHT);
+    zwlr_layer_surface_v1_set_size(output.layer, 0, 0);
+    // Under panels and docks too, and pushed aside by none.
+    zwlr_layer_surface_v1_set_exclusive_zone(output.layer, -1);
+    zwlr_layer_surface_v1_set_keyboard_interactivity(output.layer, 0);
+    static constexpr zwlr_layer_surface_v1_listener listener{
+        [](void* data, zwlr_layer_surface_v1* surface, std::uint32_t serial, std::uint32_t width,
+           std::uint32_t height) {
+          zwlr_layer_surface_v1_ack_configure(surface, serial);
+          auto& o = *static_cast<Output*>(data);
+          const auto w = static_cast<std::int32_t>(width);
+          const auto h = static_cast<std::int32_t>(height);
+          if (w != o.logicalWidth || h != o.logicalHeight) {
+            o.logicalWidth = w;
+            o.logicalHeight = h;
+            o.owner->resize(o);
+          }
+        },
+        [](void* data, zwlr_layer_surface_v1*) {
+          // The compositor took the surface away (its output is going): made again if it stays.
+          auto& o = *static_cast<Output*>(data);
+          o.owner->closed(o);
+        }};
+    zwlr_layer_surface_v1_add_listener(output.layer, &listener, &output);
+    wl_surface_commit(output.surface);
+  }
+
+  // New buffers at the surface's size times the output's scale, so the picture is sharp.
+  void resize(Output& output) {
+    if (output.logicalWidth <= 0 || output.logicalHeight <= 0) {
+      return;
+    }
+    output.bufferScale = output.scale;
+    wl_surface_set_buffer_scale(output.surface, output.bufferScale);
+    std::string error;
+    const auto width = static_cast<int>(output.pixelWidth());
+    const auto height = static_cast<int>(output.pixelHeight());
+    output.drawing = nullptr;
+    output.shown = nullptr;
+    for (auto& buffer : output.buffers) {
+      if (!buffer.make(shm_, width, height, error)) {
+        log::writef(category, log::Level::error, "output {}: {}", output.name, error);
+        break;
+      }
+    }
+    if (output.frame != nullptr) {
+      wl_callback_destroy(output.frame);
+      output.frame = nullptr;
+    }
+    identify();
+    tell(events_.monitorsChanged);
+    tell(events_.exposed);
+  }
+
+  // Events reach the program only once it has the display; until then it reads the
+  // outputs when the display is opened.
+  void tell(const std::function<void()>& event) const {
+    if (open_ && event) {
+      event();
+    }
+  }
+
+  void closed(Output& output) {
+    output.destroySurface();
+    output.logicalWidth = 0;
+    output.logicalHeight = 0;
+    tell(events_.monitorsChanged);
+  }
+
+  void gone(std::uint32_t name) {
+    const auto found =
+        std::find_if(outputs_.begin(), outputs_.end(), [&](const auto& output) { return output->global == name; });
+    if (found == outputs_.end()) {
+      return;
+    }
+    log::writef(category, log::Level::notice, "output {} gone", (*found)->name);
+    outputs_.erase(found);
+    identify();
+    tell(events_.monitorsChanged);
+  }
+
+  // Every output's stable identifier, known together since twins are told apart by name.
+  void identify() {
+    std::vector<ScreenIdentity::NamedOutput> named;
+    named.reserve(outputs_.size());
+    for (const auto& output : outputs_) {
+      named.push_back(ScreenIdentity::NamedOutput{output->make, output->model, "", output->name,
+                                                  static_cast<double>(output->pixelWidth()),
+                                                  static_cast<double>(output->pixelHeight())});
+    }
+    const auto ids = ScreenIdentity::stableOutputIDs(named);
+    for (std::size_t i = 0; i < outputs_.size(); ++i) {
+      auto& output = *outputs_[i];
+      output.monitor = Monitor{0, output.name, output.x, output.y, output.pixelWidth(), output.pixelHeight(), ids[i]};
+    }
+  }
+
+  void askForFrame(Output& output) {
+    output.frame = wl_surface_frame(output.surface);
+    static constexpr wl_callback_listener listener{[](void* data, wl_callback* callback, std::uint32_t) {
+      auto& o = *static_cast<Output*>(data);
+      wl_callback_destroy(callback);
+      o.frame = nullptr;
+      o.owner->frameDone(o);
+    }};
+    wl_callback_add_listener(output.frame, &listener, &output);
+  }
+
+  void frameDone(const Output& output) {
+    if (ready_) {
+      ready_(output.monitor.id);
+    }
+  }
+
+  Output* find(const std::string& monitorId) {
+    for (auto& output : outputs_) {
+      if (output->layer != nullptr && output->monitor.id == monitorId) {
+        return output.get();
+      }
+    }
+    return nullptr;
+  }
+
+  void readEvents(short revents) {
+    if ((revents & (POLLERR | POLLHUP)) != 0 || wl_display_dispatch(display_) < 0) {
+      lose();
+    }
+  }
+
+  // Before the loop sleeps: events already read are handled, and requests reach the server.
+  void flushRequests() {
+    if (lost_) {
+      return;
+    }
+    if (wl_display_dispatch_pending(display_) < 0 || (wl_display_flush(display_) < 0 && errno != EAGAIN)) {
+      lose();
+    }
+  }
+
+  void lose() {
+    if (lost_) {
+      return;
+    }
+    lost_ = true;
+    watch_.reset();
+    if (events_.lost) {
+      events_.lost("the Wayland compositor closed the connection");
+    }
+  }
+
+  engine::EventLoop* loop_;
+  Placement layer_;
+  Events events_;
+  std::function<void(const std::string&)> ready_;
+  wl_display* display_ = nullptr;
+  wl_registry* registry_ = nullptr;
+  wl_compositor* compositor_ = nullptr;
+  wl_shm* shm_ = nullptr;
+  zwlr_layer_shell_v1* layerShell_ = nullptr;
+  zxdg_output_manager_v1* outputManager_ = nullptr;
+  std::vector<std::unique_ptr<Output>> outputs_;
+  std::unique_ptr<engine::EventLoop::Watch> watch_;
+  std::unique_ptr<engine::EventLoop::Watch> flush_;
+  bool open_ = false;  // the program has the display: events go to it
+  bool lost_ = false;
+};
+
+}  // namespace
+
+std::expected<std::unique_ptr<WallpaperDisplay>, std::string> openWaylandWallpaper(engine::EventLoop& loop,
+                                                                                   Placement layer,
+                                                                                   WallpaperDisplay::Events events) {
+  auto display = std::make_unique<WaylandWallpaperDisplay>(&loop, layer, std::move(events));
+  if (auto opened = display->open(); !opened) {
+    return std::unexpected(opened.error());
+  }
+  return display;
+}
+
+std::expected<std::vector<Monitor>, std::string> listWaylandMonitors() {
+  WaylandWallpaperDisplay display(nullptr, Placement::background, {});
+  if (auto opened = display.open(); !opened) {
+    return std::unexpected(opened.error());
+  }
+  return display.monitors();
+}
+
+}  // namespace korvalen::host
