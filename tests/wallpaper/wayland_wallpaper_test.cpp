@@ -294,6 +294,35 @@ TEST_F(WaylandWallpaper, ShowsOnEveryOutputBehindWindowsAndFollowsANewOne) {
   sway({"exec", "foot --app-id=cover sleep 600"});
   ASSERT_TRUE(waitUntil([&] { return !near(shown("HEADLESS-1"), red); }, 10s)) << "the window never covered it";
   EXPECT_TRUE(shows(red, "HEADLESS-2"));
+  ASSERT_TRUE(waitUntil(
+      [&] {
+        auto s = status();
+        return s.size() == 2 && s[0]["mode"] == "running" && s[1]["mode"] == "running";
+      },
+      5s))
+      << status().dump();
+
+  // Made full screen, it pauses the wallpaper on its output and not on the other; back, it
+  // resumes.
+  sway({"[app_id=cover]", "fullscreen", "enable"});
+  Json seen;
+  ASSERT_TRUE(waitUntil(
+      [&] {
+        seen = status();
+        return seen.size() == 2 && seen[0]["mode"] == "paused";
+      },
+      5s))
+      << seen.dump();
+  EXPECT_THAT(seen[0]["reason"].get<std::string>(), HasSubstr("full"));
+  EXPECT_EQ(seen[1]["mode"], "running");
+  sway({"[app_id=cover]", "fullscreen", "disable"});
+  ASSERT_TRUE(waitUntil(
+      [&] {
+        seen = status();
+        return seen.size() == 2 && seen[0]["mode"] == "running";
+      },
+      5s))
+      << seen.dump();
 
   // An output made while it plays gets its wallpaper too.
   sway({"create_output"});

@@ -13,6 +13,7 @@
 #include <unistd.h>
 #include <wayland-client.h>
 
+#include "wlr-foreign-toplevel-management-unstable-v1-client.h"
 #include "wlr-layer-shell-unstable-v1-client.h"
 #include "xdg-output-unstable-v1-client.h"
 
@@ -180,6 +181,28 @@ struct Output {
   }
 };
 
+// Another program's window as the foreign-toplevel protocol describes it: its states and the
+// outputs it is on, no geometry.
+struct Toplevel {
+  WaylandWallpaperDisplay* owner = nullptr;
+  zwlr_foreign_toplevel_handle_v1* handle = nullptr;
+  std::int64_t number = 0;
+  std::vector<wl_output*> outputs;
+  bool maximized = false;
+  bool minimized = false;
+  bool activated = false;
+  bool fullscreen = false;
+
+  Toplevel() = default;
+  Toplevel(const Toplevel&) = delete;
+  Toplevel& operator=(const Toplevel&) = delete;
+  ~Toplevel() {
+    if (handle != nullptr) {
+      zwlr_foreign_toplevel_handle_v1_destroy(handle);
+    }
+  }
+};
+
 class WaylandWallpaperDisplay final : public WallpaperDisplay {
  public:
   // Without a loop, it only reads the outputs: no surfaces.
@@ -191,6 +214,10 @@ class WaylandWallpaperDisplay final : public WallpaperDisplay {
   ~WaylandWallpaperDisplay() override {
     watch_.reset();
     flush_.reset();
+    toplevels_.clear();
+    if (toplevelManager_ != nullptr) {
+      zwlr_foreign_toplevel_manager_v1_destroy(toplevelManager_);
+    }
     outputs_.clear();
     if (layerShell_ != nullptr) {
       zwlr_layer_shell_v1_destroy(layerShell_);
@@ -314,9 +341,39 @@ class WaylandWallpaperDisplay final : public WallpaperDisplay {
     present(monitorId);
   }
 
-  // The compositor keeps its window list to itself; without the foreign-toplevel protocol
-  // nothing here can say what covers an output.
-  std::optional<DesktopWindows> windows() override { return std::nullopt; }
+  // Full-screen, maximized and minimized windows from the foreign-toplevel protocol, each
+  // over the whole of every output it is on (the protocol gives no geometry); absent when
+  // the compositor does not offer it.
+  std::optional<DesktopWindows> windows() override {
+    if (toplevelManager_ == nullptr) {
+      return std::nullopt;
+    }
+    DesktopWindows listed;
+    for (const auto& toplevel : toplevels_) {
+      if (!toplevel->fullscreen && !toplevel->maximized && !toplevel->minimized) {
+        continue;  // where it is and how big is not said
+      }
+      for (auto* on : toplevel->outputs) {
+        const auto found =
+            std::find_if(outputs_.begin(), outputs_.end(), [&](const auto& output) { return output->output == on; });
+        if (found == outputs_.end() || (*found)->layer == nullptr) {
+          continue;
+        }
+        const auto& m = (*found)->monitor;
+        WindowSnapshot window;
+        window.id = toplevel->number;
+        window.left = m.x;
+        window.top = m.y;
+        window.right = m.x + m.width;
+        window.bottom = m.y + m.height;
+        window.isForeground = toplevel->activated;
+        window.isMaximized = toplevel->maximized && !toplevel->fullscreen;
+        window.isMinimized = toplevel->minimized;
+        listed.windows.push_back(window);
+      }
+    }
+    return listed;
+  }
   std::optional<bool> displayAsleep() override { return std::nullopt; }
   [[nodiscard]] Placement placement() const override { return layer_; }
   void onReady(std::function<void(const std::string&)> ready) override { ready_ = std::move(ready); }
@@ -330,6 +387,20 @@ class WaylandWallpaperDisplay final : public WallpaperDisplay {
     } else if (interface == zwlr_layer_shell_v1_interface.name) {
       layerShell_ = static_cast<zwlr_layer_shell_v1*>(
           wl_registry_bind(registry_, name, &zwlr_layer_shell_v1_interface, std::min<std::uint32_t>(version, 4)));
+    } else if (interface == zwlr_foreign_toplevel_manager_v1_interface.name && loop_ != nullptr) {
+      toplevelManager_ = static_cast<zwlr_foreign_toplevel_manager_v1*>(wl_registry_bind(
+          registry_, name, &zwlr_foreign_toplevel_manager_v1_interface, std::min<std::uint32_t>(version, 3)));
+      static constexpr zwlr_foreign_toplevel_manager_v1_listener listener{
+          [](void* self, zwlr_foreign_toplevel_manager_v1*, zwlr_foreign_toplevel_handle_v1* handle) {
+            static_cast<WaylandWallpaperDisplay*>(self)->toplevelAppeared(handle);
+          },
+          [](void* self, zwlr_foreign_toplevel_manager_v1* manager) {
+            auto& display = *static_cast<WaylandWallpaperDisplay*>(self);
+            zwlr_foreign_toplevel_manager_v1_destroy(manager);
+            display.toplevelManager_ = nullptr;
+            display.toplevels_.clear();
+          }};
+      zwlr_foreign_toplevel_manager_v1_add_listener(toplevelManager_, &listener, this);
     } else if (interface == zxdg_output_manager_v1_interface.name) {
       outputManager_ = static_cast<zxdg_output_manager_v1*>(
           wl_registry_bind(registry_, name, &zxdg_output_manager_v1_interface, std::min<std::uint32_t>(version, 3)));
@@ -374,6 +445,51 @@ class WaylandWallpaperDisplay final : public WallpaperDisplay {
       describe(*output);
       outputs_.push_back(std::move(output));
     }
+  }
+
+  void toplevelAppeared(zwlr_foreign_toplevel_handle_v1* handle) {
+    auto toplevel = std::make_unique<Toplevel>();
+    toplevel->owner = this;
+    toplevel->handle = handle;
+    toplevel->number = ++toplevelsSeen_;
+    static constexpr zwlr_foreign_toplevel_handle_v1_listener listener{
+        [](void*, zwlr_foreign_toplevel_handle_v1*, const char*) {},  // title
+        [](void*, zwlr_foreign_toplevel_handle_v1*, const char*) {},  // app id
+        [](void* data, zwlr_foreign_toplevel_handle_v1*, wl_output* output) {
+          auto& t = *static_cast<Toplevel*>(data);
+          if (std::find(t.outputs.begin(), t.outputs.end(), output) == t.outputs.end()) {
+            t.outputs.push_back(output);
+          }
+        },
+        [](void* data, zwlr_foreign_toplevel_handle_v1*, wl_output* output) {
+          std::erase(static_cast<Toplevel*>(data)->outputs, output);
+        },
+        [](void* data, zwlr_foreign_toplevel_handle_v1*, wl_array* states) {
+          auto& t = *static_cast<Toplevel*>(data);
+          t.maximized = t.minimized = t.activated = t.fullscreen = false;
+          const auto* state = static_cast<const std::uint32_t*>(states->data);
+          for (std::size_t i = 0; i < states->size / sizeof(std::uint32_t); ++i) {
+            t.maximized = t.maximized || state[i] == ZWLR_FOREIGN_TOPLEVEL_HANDLE_V1_STATE_MAXIMIZED;
+            t.minimized = t.minimized || state[i] == ZWLR_FOREIGN_TOPLEVEL_HANDLE_V1_STATE_MINIMIZED;
+            t.activated = t.activated || state[i] == ZWLR_FOREIGN_TOPLEVEL_HANDLE_V1_STATE_ACTIVATED;
+            t.fullscreen = t.fullscreen || state[i] == ZWLR_FOREIGN_TOPLEVEL_HANDLE_V1_STATE_FULLSCREEN;
+          }
+        },
+        [](void* data, zwlr_foreign_toplevel_handle_v1*) {
+          static_cast<Toplevel*>(data)->owner->tell(static_cast<Toplevel*>(data)->owner->events_.windowsChanged);
+        },
+        [](void* data, zwlr_foreign_toplevel_handle_v1*) {
+          auto& t = *static_cast<Toplevel*>(data);
+          t.owner->toplevelClosed(t);
+        },
+        [](void*, zwlr_foreign_toplevel_handle_v1*, zwlr_foreign_toplevel_handle_v1*) {}};  // parent
+    zwlr_foreign_toplevel_handle_v1_add_listener(handle, &listener, toplevel.get());
+    toplevels_.push_back(std::move(toplevel));
+  }
+
+  void toplevelClosed(const Toplevel& closed) {
+    std::erase_if(toplevels_, [&](const auto& toplevel) { return toplevel.get() == &closed; });
+    tell(events_.windowsChanged);
   }
 
   // The output's logical position and name from xdg-output, where offered.
@@ -504,6 +620,9 @@ class WaylandWallpaperDisplay final : public WallpaperDisplay {
       return;
     }
     log::writef(category, log::Level::notice, "output {} gone", (*found)->name);
+    for (auto& toplevel : toplevels_) {
+      std::erase(toplevel->outputs, (*found)->output);
+    }
     outputs_.erase(found);
     identify();
     tell(events_.monitorsChanged);
@@ -588,6 +707,9 @@ class WaylandWallpaperDisplay final : public WallpaperDisplay {
   wl_shm* shm_ = nullptr;
   zwlr_layer_shell_v1* layerShell_ = nullptr;
   zxdg_output_manager_v1* outputManager_ = nullptr;
+  zwlr_foreign_toplevel_manager_v1* toplevelManager_ = nullptr;
+  std::vector<std::unique_ptr<Toplevel>> toplevels_;
+  std::int64_t toplevelsSeen_ = 0;
   std::vector<std::unique_ptr<Output>> outputs_;
   std::unique_ptr<engine::EventLoop::Watch> watch_;
   std::unique_ptr<engine::EventLoop::Watch> flush_;
