@@ -37,6 +37,7 @@ struct SaverOptions {
   std::string fps = "10";
   std::string ffmpeg;
   bool live = false;
+  std::optional<std::string> backend;
 };
 
 // --plan stands for the variable the screensaver reads, so the location rule is the same.
@@ -101,6 +102,27 @@ int runOnDesktop(const SaverOptions& o, Context& context) {
     options.seconds = parseInRange(o.seconds, "--seconds", 0.01, 1e9);
   }
   const auto given = context.environment("XSCREENSAVER_WINDOW");
+  // X window ids, and XScreenSaver's window, are X11's whatever else the environment says.
+  const bool x11Windows = !o.windowIDs.empty() || o.root || (o.window.empty() && !o.fullscreen && given);
+  const auto backend = backendFor(o.backend    ? o.backend
+                                  : x11Windows ? std::optional<std::string>("x11")
+                                               : std::nullopt,
+                                  context);
+  if (backend == host::Backend::wayland) {
+    if (x11Windows) {
+      throw UsageError(
+          "--window-id, --root and XSCREENSAVER_WINDOW are X11's; on Wayland the screensaver covers "
+          "every output");
+    }
+    if (!o.window.empty()) {
+      throw UsageError("--window: on Wayland the screensaver covers every output (--fullscreen, the default there)");
+    }
+    const LogToStream logs(context.err);
+    if (const auto ran = host::runWaylandSaver(options); !ran) {
+      throw Failure(fmt::format("saver: {}", ran.error()));
+    }
+    return ok;
+  }
   if (!o.windowIDs.empty()) {
     options.target = host::DesktopOptions::Target::foreign;
     for (const auto& text : o.windowIDs) {
@@ -205,6 +227,9 @@ void addSaverCommand(CLI::App& app, Context& context, Action& action) {
   command->add_option("--ffmpeg", options->ffmpeg, "Headless: the ffmpeg executable that writes the output");
   command->add_flag("--live", options->live, "Headless: keep to the wall clock instead of running as fast as it can");
   command->add_flag("--preview", options->preview, "Run as the small preview, which places in its own bounds");
+  command->add_option("--backend", options->backend,
+                      "x11 or wayland (default: wayland when WAYLAND_DISPLAY is set, else x11 when DISPLAY is; on "
+                      "Wayland it covers every output)");
   command->callback([&context, &action, options] {
     action = [&context, options] {
       return options->headless ? runHeadless(*options, context) : runOnDesktop(*options, context);

@@ -26,8 +26,9 @@ namespace korvalen::host {
 // windows); root: the root window's background, which compositors and pseudo-transparent
 // terminals read; automatic: desktop where the window manager supports it, else below. On
 // Wayland, the layer-shell layer: background, or bottom (above a desktop's own background
-// surface, as KDE Plasma needs).
-enum class Placement { automatic, desktop, below, root, background, bottom };
+// surface, as KDE Plasma needs); overlay, above everything and taking the keyboard, is the
+// screensaver's.
+enum class Placement { automatic, desktop, below, root, background, bottom, overlay };
 std::string_view toString(Placement placement);
 std::optional<Placement> placementNamed(std::string_view word);
 
@@ -44,6 +45,8 @@ class WallpaperDisplay {
     std::function<void()> windowsChanged;
     std::function<void()> exposed;                 // what was drawn is gone: draw every monitor again
     std::function<void(const std::string&)> lost;  // the display server went away: one line
+    // Overlay only: a key pressed, a button, or the pointer moved past a small threshold.
+    std::function<void()> input;
   };
   virtual ~WallpaperDisplay() = default;
   [[nodiscard]] virtual std::vector<Monitor> monitors() const = 0;
@@ -67,7 +70,8 @@ class WallpaperDisplay {
 [[nodiscard]] std::expected<std::unique_ptr<WallpaperDisplay>, std::string> openX11Wallpaper(
     engine::EventLoop& loop, Placement placement, WallpaperDisplay::Events events);
 // A layer-shell surface on every output of the Wayland compositor (WAYLAND_DISPLAY), on the
-// `layer` given (background or bottom); one line when there is none or it has no layer shell.
+// `layer` given (background or bottom, or overlay for the screensaver); one line when there is
+// none or it has no layer shell.
 [[nodiscard]] std::expected<std::unique_ptr<WallpaperDisplay>, std::string> openWaylandWallpaper(
     engine::EventLoop& loop, Placement layer, WallpaperDisplay::Events events);
 

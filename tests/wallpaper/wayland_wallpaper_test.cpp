@@ -357,5 +357,34 @@ TEST_F(WaylandWallpaper, TheBottomLayerOnAskingAndOneLineWithoutACompositor) {
               HasSubstr("cannot connect to the Wayland compositor at " + (folder_ / "no-compositor").string()));
 }
 
+TEST_F(WaylandWallpaper, TheSaverCoversEveryOutputAboveWindowsAndEndsOnSigterm) {
+  ASSERT_EQ(korvalen({"plan", "make"}).exitCode, 0);
+  sway({"exec", "foot --app-id=cover sleep 600"});
+  auto all = environment();
+  all.emplace_back(KORVALEN_EXECUTABLE);
+  all.emplace_back("saver");
+  children_.push_back(startProcess("/usr/bin/env", all));
+  auto& saver = *children_.back();
+  ASSERT_TRUE(saver.said("on the overlay layer")) << saver.err;
+  // Above the window: the plan's red, on both outputs.
+  EXPECT_TRUE(shows(red, "HEADLESS-1"));
+  EXPECT_TRUE(shows(red, "HEADLESS-2"));
+  const auto asked = Clock::now();
+  ASSERT_EQ(::kill(saver.child.pid(), SIGTERM), 0);
+  EXPECT_EQ(saver.child.wait(saver.out, saver.err), 0) << saver.err;
+  EXPECT_LT(Clock::now() - asked, 1s);
+  // One "stopped" line for each output's view.
+  std::size_t stopped = 0;
+  for (auto at = saver.err.find("] stopped"); at != std::string::npos; at = saver.err.find("] stopped", at + 1)) {
+    ++stopped;
+  }
+  EXPECT_EQ(stopped, 2U) << saver.err;
+  // Into X windows it goes through X11 whatever WAYLAND_DISPLAY says.
+  const auto refused = korvalen({"saver", "--window-id", "0x200002"});
+  EXPECT_EQ(refused.exitCode, 1) << refused.error;
+  EXPECT_THAT(refused.error, HasSubstr("no X display"));
+  EXPECT_EQ(korvalen({"saver", "--backend", "wayland", "--window-id", "0x200002"}).exitCode, 2);
+}
+
 }  // namespace
 }  // namespace korvalen

@@ -20,6 +20,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cmath>
 #include <cstring>
 #include <system_error>
 
@@ -208,13 +209,22 @@ class WaylandWallpaperDisplay final : public WallpaperDisplay {
   // Without a loop, it only reads the outputs: no surfaces.
   WaylandWallpaperDisplay(engine::EventLoop* loop, Placement layer, Events events)
       : loop_(loop),
-        layer_(layer == Placement::bottom ? Placement::bottom : Placement::background),
+        layer_(layer == Placement::bottom || layer == Placement::overlay ? layer : Placement::background),
         events_(std::move(events)) {}
 
   ~WaylandWallpaperDisplay() override {
     watch_.reset();
     flush_.reset();
     toplevels_.clear();
+    if (keyboard_ != nullptr) {
+      wl_keyboard_release(keyboard_);
+    }
+    if (pointer_ != nullptr) {
+      wl_pointer_release(pointer_);
+    }
+    if (seat_ != nullptr) {
+      wl_seat_release(seat_);
+    }
     if (toplevelManager_ != nullptr) {
       zwlr_foreign_toplevel_manager_v1_destroy(toplevelManager_);
     }
@@ -280,8 +290,9 @@ class WaylandWallpaperDisplay final : public WallpaperDisplay {
     open_ = true;
     watch_ = loop_->watch(wl_display_get_fd(display_), POLLIN, [this](short revents) { readEvents(revents); });
     flush_ = loop_->beforeSleep([this] { flushRequests(); });
-    log::writef(category, log::Level::notice, "on Wayland {} on the {} layer ({} output(s), shared memory)", where,
-                toString(layer_), outputs_.size());
+    log::writef(layer_ == Placement::overlay ? "host" : category, log::Level::notice,
+                "on Wayland {} on the {} layer ({} output(s), shared memory)", where, toString(layer_),
+                outputs_.size());
     return {};
   }
 
@@ -387,6 +398,15 @@ class WaylandWallpaperDisplay final : public WallpaperDisplay {
     } else if (interface == zwlr_layer_shell_v1_interface.name) {
       layerShell_ = static_cast<zwlr_layer_shell_v1*>(
           wl_registry_bind(registry_, name, &zwlr_layer_shell_v1_interface, std::min<std::uint32_t>(version, 4)));
+    } else if (interface == wl_seat_interface.name && layer_ == Placement::overlay && seat_ == nullptr &&
+               version >= WL_SEAT_RELEASE_SINCE_VERSION) {
+      seat_ =
+          static_cast<wl_seat*>(wl_registry_bind(registry_, name, &wl_seat_interface, WL_SEAT_RELEASE_SINCE_VERSION));
+      static constexpr wl_seat_listener listener{[](void* self, wl_seat*, std::uint32_t capabilities) {
+                                                   static_cast<WaylandWallpaperDisplay*>(self)->seatCan(capabilities);
+                                                 },
+                                                 [](void*, wl_seat*, const char*) {}};
+      wl_seat_add_listener(seat_, &listener, this);
     } else if (interface == zwlr_foreign_toplevel_manager_v1_interface.name && loop_ != nullptr) {
       toplevelManager_ = static_cast<zwlr_foreign_toplevel_manager_v1*>(wl_registry_bind(
           registry_, name, &zwlr_foreign_toplevel_manager_v1_interface, std::min<std::uint32_t>(version, 3)));
@@ -446,6 +466,61 @@ class WaylandWallpaperDisplay final : public WallpaperDisplay {
       outputs_.push_back(std::move(output));
     }
   }
+
+  // The screensaver ends on a key, a button or a pointer moved past a few pixels.
+  void seatCan(std::uint32_t capabilities) {
+    if ((capabilities & WL_SEAT_CAPABILITY_KEYBOARD) != 0 && keyboard_ == nullptr) {
+      keyboard_ = wl_seat_get_keyboard(seat_);
+      static constexpr wl_keyboard_listener listener{
+          [](void*, wl_keyboard*, std::uint32_t, std::int32_t fd, std::uint32_t) { close(fd); },  // keymap
+          [](void*, wl_keyboard*, std::uint32_t, wl_surface*, wl_array*) {},                      // enter
+          [](void*, wl_keyboard*, std::uint32_t, wl_surface*) {},                                 // leave
+          [](void* self, wl_keyboard*, std::uint32_t, std::uint32_t, std::uint32_t, std::uint32_t state) {
+            if (state == WL_KEYBOARD_KEY_STATE_PRESSED) {
+              static_cast<WaylandWallpaperDisplay*>(self)->touched();
+            }
+          },
+          [](void*, wl_keyboard*, std::uint32_t, std::uint32_t, std::uint32_t, std::uint32_t, std::uint32_t) {},
+          [](void*, wl_keyboard*, std::int32_t, std::int32_t) {}};
+      wl_keyboard_add_listener(keyboard_, &listener, this);
+    }
+    if ((capabilities & WL_SEAT_CAPABILITY_POINTER) != 0 && pointer_ == nullptr) {
+      pointer_ = wl_seat_get_pointer(seat_);
+      static constexpr wl_pointer_listener listener{
+          [](void* self, wl_pointer*, std::uint32_t, wl_surface*, wl_fixed_t x, wl_fixed_t y) {
+            auto& display = *static_cast<WaylandWallpaperDisplay*>(self);
+            display.pointerFrom_ = {wl_fixed_to_double(x), wl_fixed_to_double(y)};
+          },
+          [](void* self, wl_pointer*, std::uint32_t, wl_surface*) {
+            static_cast<WaylandWallpaperDisplay*>(self)->pointerFrom_.reset();
+          },
+          [](void* self, wl_pointer*, std::uint32_t, wl_fixed_t x, wl_fixed_t y) {
+            auto& display = *static_cast<WaylandWallpaperDisplay*>(self);
+            const double px = wl_fixed_to_double(x);
+            const double py = wl_fixed_to_double(y);
+            if (!display.pointerFrom_) {
+              display.pointerFrom_ = {px, py};
+            } else if (std::hypot(px - display.pointerFrom_->first, py - display.pointerFrom_->second) >
+                       pointerThreshold) {
+              display.touched();
+            }
+          },
+          [](void* self, wl_pointer*, std::uint32_t, std::uint32_t, std::uint32_t, std::uint32_t state) {
+            if (state == WL_POINTER_BUTTON_STATE_PRESSED) {
+              static_cast<WaylandWallpaperDisplay*>(self)->touched();
+            }
+          },
+          [](void*, wl_pointer*, std::uint32_t, std::uint32_t, wl_fixed_t) {},
+          [](void*, wl_pointer*) {},
+          [](void*, wl_pointer*, std::uint32_t) {},
+          [](void*, wl_pointer*, std::uint32_t, std::uint32_t) {},
+          [](void*, wl_pointer*, std::uint32_t, std::int32_t) {},
+          [](void*, wl_pointer*, std::uint32_t, std::int32_t) {}};  // axis in 120ths
+      wl_pointer_add_listener(pointer_, &listener, this);
+    }
+  }
+
+  void touched() { tell(events_.input); }
 
   void toplevelAppeared(zwlr_foreign_toplevel_handle_v1* handle) {
     auto toplevel = std::make_unique<Toplevel>();
@@ -534,12 +609,16 @@ class WaylandWallpaperDisplay final : public WallpaperDisplay {
 
   void makeSurface(Output& output) {
     output.surface = wl_compositor_create_surface(compositor_);
-    // Clicks and touches go through to the desktop beneath: an empty input region.
-    wl_region* nothing = wl_compositor_create_region(compositor_);
-    wl_surface_set_input_region(output.surface, nothing);
-    wl_region_destroy(nothing);
-    const auto layer =
-        layer_ == Placement::bottom ? ZWLR_LAYER_SHELL_V1_LAYER_BOTTOM : ZWLR_LAYER_SHELL_V1_LAYER_BACKGROUND;
+    const bool overlay = layer_ == Placement::overlay;
+    if (!overlay) {
+      // Clicks and touches go through to the desktop beneath: an empty input region.
+      wl_region* nothing = wl_compositor_create_region(compositor_);
+      wl_surface_set_input_region(output.surface, nothing);
+      wl_region_destroy(nothing);
+    }
+    const auto layer = overlay                       ? ZWLR_LAYER_SHELL_V1_LAYER_OVERLAY
+                       : layer_ == Placement::bottom ? ZWLR_LAYER_SHELL_V1_LAYER_BOTTOM
+                                                     : ZWLR_LAYER_SHELL_V1_LAYER_BACKGROUND;
     output.layer =
         zwlr_layer_shell_v1_get_layer_surface(layerShell_, output.surface, output.output, layer, "korvalen-wallpaper");
     zwlr_layer_surface_v1_set_anchor(output.layer,
@@ -548,7 +627,8 @@ class WaylandWallpaperDisplay final : public WallpaperDisplay {
     zwlr_layer_surface_v1_set_size(output.layer, 0, 0);
     // Under panels and docks too, and pushed aside by none.
     zwlr_layer_surface_v1_set_exclusive_zone(output.layer, -1);
-    zwlr_layer_surface_v1_set_keyboard_interactivity(output.layer, 0);
+    // The screensaver takes the keyboard, so a key ends it rather than reaching a window.
+    zwlr_layer_surface_v1_set_keyboard_interactivity(output.layer, overlay ? 1 : 0);
     static constexpr zwlr_layer_surface_v1_listener listener{
         [](void* data, zwlr_layer_surface_v1* surface, std::uint32_t serial, std::uint32_t width,
            std::uint32_t height) {
@@ -708,6 +788,12 @@ class WaylandWallpaperDisplay final : public WallpaperDisplay {
   zwlr_layer_shell_v1* layerShell_ = nullptr;
   zxdg_output_manager_v1* outputManager_ = nullptr;
   zwlr_foreign_toplevel_manager_v1* toplevelManager_ = nullptr;
+  wl_seat* seat_ = nullptr;
+  wl_keyboard* keyboard_ = nullptr;
+  wl_pointer* pointer_ = nullptr;
+  std::optional<std::pair<double, double>> pointerFrom_;  // where the pointer first was
+  // How far the pointer may drift (logical pixels) before the screensaver ends.
+  static constexpr double pointerThreshold = 10;
   std::vector<std::unique_ptr<Toplevel>> toplevels_;
   std::int64_t toplevelsSeen_ = 0;
   std::vector<std::unique_ptr<Output>> outputs_;

@@ -26,12 +26,13 @@
 namespace korvalen::host {
 
 namespace {
-constexpr EnumWords<Placement, 6> placementWords{{{Placement::automatic, "automatic"},
+constexpr EnumWords<Placement, 7> placementWords{{{Placement::automatic, "automatic"},
                                                   {Placement::desktop, "desktop"},
                                                   {Placement::below, "below"},
                                                   {Placement::root, "root"},
                                                   {Placement::background, "background"},
-                                                  {Placement::bottom, "bottom"}}};
+                                                  {Placement::bottom, "bottom"},
+                                                  {Placement::overlay, "overlay"}}};
 }  // namespace
 
 std::string_view toString(Placement placement) {

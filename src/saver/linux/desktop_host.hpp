@@ -34,6 +34,10 @@ struct DesktopOptions {
 // gone, or `seconds`; each view's controller then stops, and the host returns. One line when
 // it cannot start: no X display, a window that is not there.
 [[nodiscard]] std::expected<void, std::string> runOnDesktop(const DesktopOptions& options);
+// The same on Wayland (WAYLAND_DISPLAY): an overlay-layer surface on every output, whatever
+// the target; it also ends on a key, a button or the pointer moved. One line when there is no
+// compositor or it has no layer shell.
+[[nodiscard]] std::expected<void, std::string> runWaylandSaver(const DesktopOptions& options);
 
 // An X window id as XScreenSaver and xwininfo write it: "0x2a00007" or decimal.
 [[nodiscard]] std::expected<std::uint64_t, std::string> parseWindowID(std::string_view text, std::string_view what);
