@@ -1,0 +1,90 @@
+#!/usr/bin/env bash
+# The live wallpaper's cost on Wayland, side by side in one run on a headless sway (pixman,
+# one 1920x1080 output) with the same 1080p30 clip: `korvalen wallpaper` on the background
+# layer against `mpv --vo=wlshm --hwdec=no` full screen in an ordinary window, as CPU (the
+# program's, every thread, plus sway's). Goal: the ratio no more than the X11 wallpaper's to
+# mpv on Xvfb (bench/wallpaper_vs_mpv.sh).
+# Usage: bench/wayland_vs_mpv.sh [SECONDS]   (as root, sway runs as nobody)
+set -euo pipefail
+cd "$(dirname "$0")/.."
+seconds=${1:-20}
+source bench/cpu_time.sh
+korvalen=$(readlink -f "$(release_korvalen)")
+for tool in sway swaymsg mpv ffmpeg bc setpriv; do
+  command -v "$tool" >/dev/null || { echo "wayland_vs_mpv: $tool is needed" >&2; exit 1; }
+done
+
+work=$(mktemp -d)
+chmod 755 "$work"
+compositor=""
+player=""
+trap '[ -n "$player" ] && kill "$player" 2>/dev/null; [ -n "$compositor" ] && kill "$compositor" 2>/dev/null; rm -rf "$work"' EXIT
+export XDG_DATA_HOME="$work/data" XDG_RUNTIME_DIR="$work/run" SDL_AUDIODRIVER=dummy DBUS_SESSION_BUS_ADDRESS=disabled:
+mkdir -p "$work/run" "$work/sway-run" "$work/sway-home" && chmod 700 "$work/run" "$work/sway-run"
+as_user=()
+if [ "$(id -u)" = 0 ]; then
+  chown nobody:nogroup "$work/sway-run" "$work/sway-home"
+  as_user=(setpriv --reuid=nobody --regid=nogroup --clear-groups)
+fi
+printf 'output HEADLESS-1 resolution 1920x1080\ndefault_border none\n' > "$work/sway.config"
+chmod 644 "$work/sway.config"
+
+clip="$work/clip.mp4"
+ffmpeg -v error -f lavfi -i "testsrc2=size=1920x1080:rate=30" -t 60 -c:v libx264 -preset veryfast -pix_fmt yuv420p "$clip"
+chmod 644 "$clip"
+"$korvalen" library add "$clip" >/dev/null
+"$korvalen" settings set 'playlists=[{"name":"One","itemIDs":["1"],"intervalMinutes":600}]' activePlaylist=One \
+  accessibility.flashGuard=false >/dev/null
+
+used() { awk '{ print $14 + $15 }' "/proc/$1/stat"; }
+hz=$(getconf CLK_TCK)
+
+start_sway() {
+  rm -rf "$work/sway-run"/*
+  "${as_user[@]}" env -i HOME="$work/sway-home" XDG_RUNTIME_DIR="$work/sway-run" WLR_BACKENDS=headless \
+    WLR_LIBINPUT_NO_DEVICES=1 WLR_RENDERER=pixman PATH=/usr/bin:/bin sway -c "$work/sway.config" >/dev/null 2>&1 &
+  compositor=$!
+  for _ in $(seq 50); do
+    ls "$work/sway-run"/wayland-? >/dev/null 2>&1 && break
+    sleep 0.1
+  done
+  export WAYLAND_DISPLAY
+  WAYLAND_DISPLAY=$(ls "$work/sway-run"/wayland-? | head -1)
+  swaysock=$(ls "$work/sway-run"/sway-ipc.*.sock | head -1)
+}
+stop_sway() { kill "$compositor" 2>/dev/null; wait "$compositor" 2>/dev/null || true; compositor=""; }
+
+# Starts "$@" (or, with SWAY_EXEC, has sway start it as its own user), waits 3 s, then
+# measures SECONDS of CPU: program + compositor.
+measure() {
+  if [ -n "${SWAY_EXEC:-}" ]; then
+    swaymsg -s "$swaysock" exec "$*" >/dev/null
+    sleep 1
+    player=$(pgrep -n -f "^$1") || { echo "wayland_vs_mpv: $1 did not start" >&2; exit 1; }
+  else
+    "$@" >/dev/null 2>"$work/last.log" &
+    player=$!
+  fi
+  sleep 3
+  local p0 s0 p1 s1
+  p0=$(used "$player"); s0=$(used "$compositor")
+  sleep "$seconds"
+  p1=$(used "$player"); s1=$(used "$compositor")
+  kill "$player" 2>/dev/null; wait "$player" 2>/dev/null || true
+  player=""
+  echo "$(echo "($p1 - $p0) / $hz" | bc -l) $(echo "($s1 - $s0) / $hz" | bc -l)"
+}
+
+start_sway
+read -r mpv_cpu mpv_c < <(SWAY_EXEC=1 measure mpv --no-config --vo=wlshm --hwdec=no --ao=null --fs --loop=inf "$clip")
+stop_sway
+start_sway
+read -r wp_cpu wp_c < <(measure "$korvalen" wallpaper)
+stop_sway
+
+ratio() { echo "($1) / ($2)" | bc -l | xargs printf '%.2f'; }
+printf '1080p30 on a headless sway at 1920x1080 for %s s (CPU s: program + compositor):\n' "$seconds"
+printf '  mpv --vo=wlshm --hwdec=no   %6.2f + sway %6.2f\n' "$mpv_cpu" "$mpv_c"
+printf '  korvalen wallpaper          %6.2f + sway %6.2f\n' "$wp_cpu" "$wp_c"
+printf '  wallpaper / mpv: %s (goal: at most the X11 wallpaper'"'"'s ratio on Xvfb)\n' \
+  "$(ratio "$wp_cpu + $wp_c" "$mpv_cpu + $mpv_c")"
