@@ -330,6 +330,19 @@ TEST_F(WaylandWallpaper, ShowsOnEveryOutputBehindWindowsAndFollowsANewOne) {
   ASSERT_TRUE(waitUntil([&] { return status().size() == 3; }, 5s)) << status().dump();
   EXPECT_TRUE(running.said("monitor headless-headless-HEADLESS-3|320x240"));
 
+  // At scale 2 the output is 160x120 logical pixels and the wallpaper's buffers 320x240.
+  sway({"output", "HEADLESS-2", "scale", "2"});
+  ASSERT_TRUE(waitUntil(
+      [&] {
+        const auto s = status();
+        return s.size() == 3 && s[1]["monitorId"] == "headless-headless-HEADLESS-2|320x240" &&
+               s[1]["mode"] == "running";
+      },
+      5s))
+      << status().dump();
+  EXPECT_TRUE(shows(red, "HEADLESS-2"));
+  EXPECT_TRUE(running.said("output HEADLESS-2: 160x120 at scale 2, pictures of 320x240")) << running.err;
+
   // SIGTERM: gone within a second, status 0.
   const auto asked = Clock::now();
   ASSERT_EQ(::kill(running.child.pid(), SIGTERM), 0);

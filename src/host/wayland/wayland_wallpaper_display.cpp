@@ -661,6 +661,9 @@ class WaylandWallpaperDisplay final : public WallpaperDisplay {
     std::string error;
     const auto width = static_cast<int>(output.pixelWidth());
     const auto height = static_cast<int>(output.pixelHeight());
+    log::writef(layer_ == Placement::overlay ? "host" : category, log::Level::notice,
+                "output {}: {}x{} at scale {}, pictures of {}x{}", output.name, output.logicalWidth,
+                output.logicalHeight, output.bufferScale, width, height);
     output.drawing = nullptr;
     output.shown = nullptr;
     for (auto& buffer : output.buffers) {
