@@ -1,0 +1,99 @@
+#!/usr/bin/env bash
+# A long run of the Wayland wallpaper under AddressSanitizer and LeakSanitizer on a headless
+# sway (as nobody when run as root): a playlist handing over every two seconds, settings
+# rewritten at random, a clip deleted while it plays (and put back), outputs created (sway 1.7
+# cannot remove a headless one) and rescaled, a full-screen window coming and going. Every
+# minute it records resident memory and open files; at the end it reports a crash or a leak.
+# Usage: bench/wayland_soak.sh [MINUTES] (default 30)
+set -euo pipefail
+cd "$(dirname "$0")/.."
+minutes=${1:-30}
+for tool in sway swaymsg foot ffmpeg setpriv; do
+  command -v "$tool" >/dev/null || { echo "wayland_soak: $tool is needed" >&2; exit 1; }
+done
+[ -x build/asan/src/korvalen ] || { cmake --preset asan >/dev/null && cmake --build --preset asan --target korvalen; }
+korvalen=$PWD/build/asan/src/korvalen
+work=$(mktemp -d)
+chmod 755 "$work"
+pids=()
+trap 'for p in "${pids[@]}"; do kill "$p" 2>/dev/null || true; done; rm -rf "$work"' EXIT
+export XDG_DATA_HOME="$work/data" XDG_RUNTIME_DIR="$work/run" SDL_AUDIODRIVER=dummy DBUS_SESSION_BUS_ADDRESS=disabled:
+export ASAN_OPTIONS=detect_leaks=1 LSAN_OPTIONS="suppressions=$PWD/tests/lsan.supp"
+mkdir -p "$work/run" "$work/sway-run" "$work/sway-home" && chmod 700 "$work/run" "$work/sway-run"
+as_user=()
+if [ "$(id -u)" = 0 ]; then
+  chown nobody:nogroup "$work/sway-run" "$work/sway-home"
+  as_user=(setpriv --reuid=nobody --regid=nogroup --clear-groups)
+fi
+printf 'output HEADLESS-1 resolution 640x360\ndefault_border none\n' > "$work/sway.config"
+chmod 644 "$work/sway.config"
+"${as_user[@]}" env -i HOME="$work/sway-home" XDG_RUNTIME_DIR="$work/sway-run" WLR_BACKENDS=headless \
+  WLR_LIBINPUT_NO_DEVICES=1 WLR_RENDERER=pixman PATH=/usr/bin:/bin sway -c "$work/sway.config" >/dev/null 2>&1 &
+pids+=($!)
+for _ in $(seq 50); do
+  ls "$work/sway-run"/wayland-? >/dev/null 2>&1 && break
+  sleep 0.1
+done
+export WAYLAND_DISPLAY
+WAYLAND_DISPLAY=$(ls "$work/sway-run"/wayland-? | head -1)
+sway() { swaymsg -s "$(ls "$work/sway-run"/sway-ipc.*.sock | head -1)" "$@" >/dev/null 2>&1 || true; }
+sway create_output
+
+for colour in red green blue; do
+  ffmpeg -v error -f lavfi -i "testsrc2=size=640x360:rate=30" -vf "drawbox=c=$colour:t=40" -t 5 -c:v libx264 \
+    -pix_fmt yuv420p "$work/$colour.mp4"
+done
+"$korvalen" library add "$work/red.mp4" "$work/green.mp4" "$work/blue.mp4" >/dev/null
+"$korvalen" settings set 'playlists=[{"name":"Mix","itemIDs":["1","2","3"],"intervalMinutes":1}]' \
+  activePlaylist=Mix transitions.enabled=true transitions.seconds=1 >/dev/null
+
+"$korvalen" wallpaper 2>"$work/wallpaper.log" &
+wallpaper=$!
+pids+=($wallpaper)
+sleep 3
+sway exec "foot --app-id=soak sleep 100000"
+library="$XDG_DATA_HOME/Korvalen/Library/items/2/green.mp4"
+
+samples="$work/samples.txt"
+end=$((SECONDS + minutes * 60))
+next_sample=$SECONDS
+step=0
+outputs=2
+while [ $SECONDS -lt $end ] && kill -0 "$wallpaper" 2>/dev/null; do
+  step=$((step + 1))
+  "$korvalen" wallpaper next >/dev/null 2>&1 || true
+  case $((RANDOM % 8)) in
+    0) "$korvalen" settings set "power.fpsCap=$((10 + RANDOM % 50))" >/dev/null 2>&1 || true ;;
+    1) "$korvalen" settings set "transitions.defaultId=$(shuf -n1 -e crossBlend slideLeft wipeDown zoomIn fadeThroughBlack)" >/dev/null 2>&1 || true ;;
+    2) sway '[app_id=soak]' fullscreen toggle ;;
+    3) if [ $outputs -lt 4 ]; then sway create_output; outputs=$((outputs + 1)); else sway output HEADLESS-2 scale "$(shuf -n1 -e 1 2)"; fi ;;
+    4) if [ -f "$library" ]; then mv "$library" "$library.away"; sleep 1; mv "$library.away" "$library"; fi ;;
+    5) "$korvalen" wallpaper pause >/dev/null 2>&1 || true; sleep 0.5; "$korvalen" wallpaper resume >/dev/null 2>&1 || true ;;
+    6) "$korvalen" settings set "accessibility.dim=0.$((RANDOM % 9))" >/dev/null 2>&1 || true ;;
+    7) "$korvalen" wallpaper reload >/dev/null 2>&1 || true ;;
+  esac
+  if [ $SECONDS -ge $next_sample ]; then
+    rss=$(awk '/VmRSS/ { print $2 }' "/proc/$wallpaper/status")
+    fds=$(ls "/proc/$wallpaper/fd" | wc -l)
+    echo "$((SECONDS / 60)) min: rss ${rss} KB, open files ${fds}, outputs ${outputs}" | tee -a "$samples"
+    next_sample=$((SECONDS + 60))
+  fi
+  sleep 2
+done
+if ! kill -0 "$wallpaper" 2>/dev/null; then
+  echo "wayland_soak: the wallpaper died after $step steps" >&2
+  tail -40 "$work/wallpaper.log" >&2
+  exit 1
+fi
+kill -TERM "$wallpaper"
+status=0
+wait "$wallpaper" || status=$?
+if grep -q "ERROR: \(AddressSanitizer\|LeakSanitizer\)\|runtime error" "$work/wallpaper.log"; then
+  echo "wayland_soak: the sanitizers found something:" >&2
+  grep -A30 "ERROR: \|runtime error" "$work/wallpaper.log" | head -80 >&2
+  exit 1
+fi
+echo "soak: $step steps over $minutes min, exit status $status, no sanitizer report"
+echo "first and last samples:"
+head -1 "$samples"
+tail -1 "$samples"
