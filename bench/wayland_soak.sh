@@ -14,29 +14,15 @@ done
 [ -x build/asan/src/korvalen ] || { cmake --preset asan >/dev/null && cmake --build --preset asan --target korvalen; }
 korvalen=$PWD/build/asan/src/korvalen
 work=$(mktemp -d)
-chmod 755 "$work"
 pids=()
 trap 'for p in "${pids[@]}"; do kill "$p" 2>/dev/null || true; done; rm -rf "$work"' EXIT
 export XDG_DATA_HOME="$work/data" XDG_RUNTIME_DIR="$work/run" SDL_AUDIODRIVER=dummy DBUS_SESSION_BUS_ADDRESS=disabled:
 export ASAN_OPTIONS=detect_leaks=1 LSAN_OPTIONS="suppressions=$PWD/tests/lsan.supp"
-mkdir -p "$work/run" "$work/sway-run" "$work/sway-home" && chmod 700 "$work/run" "$work/sway-run"
-as_user=()
-if [ "$(id -u)" = 0 ]; then
-  chown nobody:nogroup "$work/sway-run" "$work/sway-home"
-  as_user=(setpriv --reuid=nobody --regid=nogroup --clear-groups)
-fi
-printf 'output HEADLESS-1 resolution 640x360\ndefault_border none\n' > "$work/sway.config"
-chmod 644 "$work/sway.config"
-"${as_user[@]}" env -i HOME="$work/sway-home" XDG_RUNTIME_DIR="$work/sway-run" WLR_BACKENDS=headless \
-  WLR_LIBINPUT_NO_DEVICES=1 WLR_RENDERER=pixman PATH=/usr/bin:/bin sway -c "$work/sway.config" >/dev/null 2>&1 &
-pids+=($!)
-for _ in $(seq 50); do
-  ls "$work/sway-run"/wayland-? >/dev/null 2>&1 && break
-  sleep 0.1
-done
-export WAYLAND_DISPLAY
-WAYLAND_DISPLAY=$(ls "$work/sway-run"/wayland-? | head -1)
-sway() { swaymsg -s "$(ls "$work/sway-run"/sway-ipc.*.sock | head -1)" "$@" >/dev/null 2>&1 || true; }
+mkdir -p "$work/run" && chmod 700 "$work/run"
+source bench/headless_sway.sh
+start_headless_sway "$work" "$(printf 'output HEADLESS-1 resolution 640x360\ndefault_border none')"
+pids+=("$compositor")
+sway() { swaymsg -s "$swaysock" "$@" >/dev/null 2>&1 || true; }
 sway create_output
 
 for colour in red green blue; do

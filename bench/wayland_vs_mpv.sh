@@ -9,25 +9,18 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 seconds=${1:-20}
 source bench/cpu_time.sh
+source bench/headless_sway.sh
 korvalen=$(readlink -f "$(release_korvalen)")
 for tool in sway swaymsg mpv ffmpeg bc setpriv; do
   command -v "$tool" >/dev/null || { echo "wayland_vs_mpv: $tool is needed" >&2; exit 1; }
 done
 
 work=$(mktemp -d)
-chmod 755 "$work"
 compositor=""
 player=""
 trap '[ -n "$player" ] && kill "$player" 2>/dev/null; [ -n "$compositor" ] && kill "$compositor" 2>/dev/null; rm -rf "$work"' EXIT
 export XDG_DATA_HOME="$work/data" XDG_RUNTIME_DIR="$work/run" SDL_AUDIODRIVER=dummy DBUS_SESSION_BUS_ADDRESS=disabled:
-mkdir -p "$work/run" "$work/sway-run" "$work/sway-home" && chmod 700 "$work/run" "$work/sway-run"
-as_user=()
-if [ "$(id -u)" = 0 ]; then
-  chown nobody:nogroup "$work/sway-run" "$work/sway-home"
-  as_user=(setpriv --reuid=nobody --regid=nogroup --clear-groups)
-fi
-printf 'output HEADLESS-1 resolution 1920x1080\ndefault_border none\n' > "$work/sway.config"
-chmod 644 "$work/sway.config"
+mkdir -p "$work/run" && chmod 700 "$work/run"
 
 clip="$work/clip.mp4"
 ffmpeg -v error -f lavfi -i "testsrc2=size=1920x1080:rate=30" -t 60 -c:v libx264 -preset veryfast -pix_fmt yuv420p "$clip"
@@ -39,20 +32,8 @@ chmod 644 "$clip"
 used() { awk '{ print $14 + $15 }' "/proc/$1/stat"; }
 hz=$(getconf CLK_TCK)
 
-start_sway() {
-  rm -rf "$work/sway-run"/*
-  "${as_user[@]}" env -i HOME="$work/sway-home" XDG_RUNTIME_DIR="$work/sway-run" WLR_BACKENDS=headless \
-    WLR_LIBINPUT_NO_DEVICES=1 WLR_RENDERER=pixman PATH=/usr/bin:/bin sway -c "$work/sway.config" >/dev/null 2>&1 &
-  compositor=$!
-  for _ in $(seq 50); do
-    ls "$work/sway-run"/wayland-? >/dev/null 2>&1 && break
-    sleep 0.1
-  done
-  export WAYLAND_DISPLAY
-  WAYLAND_DISPLAY=$(ls "$work/sway-run"/wayland-? | head -1)
-  swaysock=$(ls "$work/sway-run"/sway-ipc.*.sock | head -1)
-}
-stop_sway() { kill "$compositor" 2>/dev/null; wait "$compositor" 2>/dev/null || true; compositor=""; }
+start_sway() { start_headless_sway "$work" "$(printf 'output HEADLESS-1 resolution 1920x1080\ndefault_border none')"; }
+stop_sway() { stop_headless_sway; }
 
 # Starts "$@" (or, with SWAY_EXEC, has sway start it as its own user), waits 3 s, then
 # measures SECONDS of CPU: program + compositor.

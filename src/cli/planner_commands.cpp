@@ -218,13 +218,9 @@ void addPlanner(CLI::App& app, Context& context, Action& action) {
       if (!loop) {
         throw Failure(fmt::format("planner: {}", loop.error()));
       }
-      std::vector<std::unique_ptr<engine::EventLoop::Watch>> signals;
-      for (const int signal : {SIGINT, SIGTERM}) {
-        auto watch = (*loop)->onSignal(signal, [raw = loop->get()] { raw->quit(); });
-        if (!watch) {
-          throw Failure(fmt::format("planner: {}", watch.error()));
-        }
-        signals.push_back(std::move(*watch));
+      const auto signals = (*loop)->quitOnStopSignals();
+      if (!signals) {
+        throw Failure(fmt::format("planner: {}", signals.error()));
       }
       auto log = [&context](const std::string& line) {
         context.err << ISO8601::plain().format(context.now()) << " " << line << "\n" << std::flush;

@@ -69,13 +69,11 @@ class Daemon {
     }
     loop_ = std::move(*loop);
     // Before any thread starts, so that none of them takes these signals.
-    for (const int signal : {SIGINT, SIGTERM}) {
-      auto watch = loop_->onSignal(signal, [this] { loop_->quit(); });
-      if (!watch) {
-        return std::unexpected(watch.error());
-      }
-      watches_.push_back(std::move(*watch));
+    auto signals = loop_->quitOnStopSignals();
+    if (!signals) {
+      return std::unexpected(signals.error());
     }
+    watches_ = std::move(*signals);
     const auto path = socketPath(options_.environment);
     if (!path) {
       return std::unexpected(path.error());

@@ -4,6 +4,7 @@
 #include "engine/process.hpp"
 #include "support/clips.hpp"
 #include "support/temp_folder.hpp"
+#include "wallpaper/desktop_checks.hpp"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -33,41 +34,15 @@ using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 using Json = nlohmann::json;
 
-struct Rgb {
-  int r = 0;
-  int g = 0;
-  int b = 0;
-};
-bool near(Rgb a, Rgb b) {
-  return std::abs(a.r - b.r) <= 40 && std::abs(a.g - b.g) <= 40 && std::abs(a.b - b.b) <= 40;
-}
-std::ostream& operator<<(std::ostream& os, Rgb c) {
-  return os << "rgb(" << c.r << "," << c.g << "," << c.b << ")";
-}
-constexpr Rgb red{255, 0, 0};
-constexpr Rgb blue{0, 0, 255};
-
 struct DisplayCloser {
   void operator()(Display* display) const { XCloseDisplay(display); }
 };
 
-// A long-running child and everything it has said so far.
-struct Running {
-  engine::ChildProcess child;
-  std::string out;
-  std::string err;
-  void pump(std::chrono::milliseconds wait = 0ms) { child.pump(out, err, wait); }
-  bool said(const std::string& text, std::chrono::milliseconds limit = 20s) {
-    const auto until = Clock::now() + limit;
-    while (err.find(text) == std::string::npos) {
-      if (Clock::now() >= until) {
-        return false;
-      }
-      child.pump(out, err, 50ms);
-    }
-    return true;
-  }
-};
+using testing::blue;
+using testing::near;
+using testing::red;
+using testing::Rgb;
+using testing::Running;
 
 // Two clips made once for the whole suite.
 struct Clips {

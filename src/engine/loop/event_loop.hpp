@@ -56,6 +56,9 @@ class EventLoop {
   // is unblocked on the loop's thread again. Call before any other thread starts, so none of
   // them receives it.
   [[nodiscard]] std::expected<std::unique_ptr<Watch>, std::string> onSignal(int signal, std::function<void()> handler);
+  // SIGINT and SIGTERM end `run`, as every long-running program of ours wants: the watches,
+  // to keep while it runs. Same rule: before any other thread starts.
+  [[nodiscard]] std::expected<std::vector<std::unique_ptr<Watch>>, std::string> quitOnStopSignals();
   // Runs before every sleep: for connections that buffer what they send (flush) or read
   // ahead of the descriptor (events already queued must be handled before poll waits).
   [[nodiscard]] std::unique_ptr<Watch> beforeSleep(std::function<void()> hook);

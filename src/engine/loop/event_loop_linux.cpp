@@ -128,6 +128,18 @@ std::expected<std::unique_ptr<EventLoop::Watch>, std::string> EventLoop::after(s
   return oneShot(CLOCK_MONOTONIC, 0, value, [due = std::move(due)](bool) { due(); });
 }
 
+std::expected<std::vector<std::unique_ptr<EventLoop::Watch>>, std::string> EventLoop::quitOnStopSignals() {
+  std::vector<std::unique_ptr<Watch>> watches;
+  for (const int signal : {SIGINT, SIGTERM}) {
+    auto watch = onSignal(signal, [this] { quit(); });
+    if (!watch) {
+      return std::unexpected(watch.error());
+    }
+    watches.push_back(std::move(*watch));
+  }
+  return watches;
+}
+
 std::expected<std::unique_ptr<EventLoop::Watch>, std::string> EventLoop::onSignal(int signal,
                                                                                   std::function<void()> handler) {
   sigset_t set;

@@ -393,13 +393,9 @@ std::expected<void, std::string> runOnDesktop(const DesktopOptions& options) {
   if (!loop) {
     return std::unexpected(loop.error());
   }
-  std::vector<std::unique_ptr<engine::EventLoop::Watch>> signals;
-  for (const int signal : {SIGINT, SIGTERM}) {
-    auto watch = (*loop)->onSignal(signal, [raw = loop->get()] { raw->quit(); });
-    if (!watch) {
-      return std::unexpected(watch.error());
-    }
-    signals.push_back(std::move(*watch));
+  const auto signals = (*loop)->quitOnStopSignals();
+  if (!signals) {
+    return std::unexpected(signals.error());
   }
   const SdlLibrary sdl;
   if (!sdl.ok()) {
