@@ -13,13 +13,17 @@
 #include <unistd.h>
 #include <wayland-client.h>
 
+#include "fractional-scale-v1-client.h"
+#include "viewporter-client.h"
 #include "wlr-foreign-toplevel-management-unstable-v1-client.h"
 #include "wlr-layer-shell-unstable-v1-client.h"
+#include "wlr-output-management-unstable-v1-client.h"
 #include "xdg-output-unstable-v1-client.h"
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <cmath>
 #include <cstring>
 #include <system_error>
@@ -111,9 +115,11 @@ struct Output {
   std::string name;
   std::string make;
   std::string model;
+  std::string serial;  // from the output-management protocol, where offered
   std::int32_t x = 0;
   std::int32_t y = 0;
   std::int32_t scale = 1;
+  std::int32_t transform = WL_OUTPUT_TRANSFORM_NORMAL;
   std::int32_t modeWidth = 0;  // the current mode, in pixels
   std::int32_t modeHeight = 0;
   std::int32_t logicalOutputWidth = 0;  // from xdg-output, in the compositor's logical units
@@ -125,11 +131,24 @@ struct Output {
   zwlr_layer_surface_v1* layer = nullptr;
   std::int32_t logicalWidth = 0;  // as the compositor configured the surface
   std::int32_t logicalHeight = 0;
-  std::int32_t bufferScale = 1;
+  bool resizeDue = false;        // told a new size or scale: buffers made before the loop sleeps
+  std::int32_t bufferScale = 1;  // the integer scale the buffers are drawn at, 1 when fractional
+  wp_viewport* viewport = nullptr;
+  wp_fractional_scale_v1* fractionalScale = nullptr;
+  std::uint32_t preferredScale = 0;  // from the fractional-scale protocol, in 120ths; 0: not said
+  // Pixels per logical unit when the output's scale is fractional and the buffers are mapped
+  // onto the surface by a viewport; 0 when the integer buffer scale serves.
+  double fractionalX = 0;
+  double fractionalY = 0;
   std::array<ShmBuffer, 2> buffers;
   ShmBuffer* drawing = nullptr;  // handed out by `canvas`, not presented yet
   ShmBuffer* shown = nullptr;    // presented last
   wl_callback* frame = nullptr;  // a frame asked for and not yet done
+  // Full-screen windows on this output (their numbers), and whether the compositor has shown
+  // the wallpaper since they came: if it has, they are on a workspace that is not shown.
+  std::vector<std::int64_t> fullscreenOn;
+  bool shownSince = false;
+  std::unique_ptr<engine::EventLoop::Watch> overdue;  // a frame not shown in time: hidden
 
   Output() = default;
   Output(const Output&) = delete;
@@ -146,6 +165,15 @@ struct Output {
   }
 
   void destroySurface() {
+    overdue.reset();
+    if (fractionalScale != nullptr) {
+      wp_fractional_scale_v1_destroy(fractionalScale);
+      fractionalScale = nullptr;
+    }
+    if (viewport != nullptr) {
+      wp_viewport_destroy(viewport);
+      viewport = nullptr;
+    }
     if (frame != nullptr) {
       wl_callback_destroy(frame);
       frame = nullptr;
@@ -171,14 +199,35 @@ struct Output {
   // The wallpaper's size in pixels: the surface's size at the output's scale, or before it
   // has one, the output's own logical size at its scale, else its mode.
   [[nodiscard]] std::int64_t pixelWidth() const {
-    return logicalWidth > 0         ? std::int64_t{logicalWidth} * bufferScale
-           : logicalOutputWidth > 0 ? std::int64_t{logicalOutputWidth} * scale
-                                    : modeWidth;
+    return logicalWidth > 0 && fractionalX > 0 ? std::llround(logicalWidth * fractionalX)
+           : logicalWidth > 0                  ? std::int64_t{logicalWidth} * bufferScale
+           : logicalOutputWidth > 0            ? std::int64_t{logicalOutputWidth} * scale
+                                               : modeWidth;
   }
   [[nodiscard]] std::int64_t pixelHeight() const {
-    return logicalHeight > 0         ? std::int64_t{logicalHeight} * bufferScale
-           : logicalOutputHeight > 0 ? std::int64_t{logicalOutputHeight} * scale
-                                     : modeHeight;
+    return logicalHeight > 0 && fractionalY > 0 ? std::llround(logicalHeight * fractionalY)
+           : logicalHeight > 0                  ? std::int64_t{logicalHeight} * bufferScale
+           : logicalOutputHeight > 0            ? std::int64_t{logicalOutputHeight} * scale
+                                                : modeHeight;
+  }
+  // Pixels per logical unit, across and down, when they are not a whole number: what the
+  // compositor prefers, else the output's mode over its logical size (turned a quarter when
+  // the output is). {0, 0} when the integer scale is exact.
+  [[nodiscard]] std::pair<double, double> fractionalScaleNow() const {
+    double across = 0;
+    double down = 0;
+    if (preferredScale > 0) {
+      across = down = preferredScale / 120.0;
+    } else if (modeWidth > 0 && modeHeight > 0 && logicalOutputWidth > 0 && logicalOutputHeight > 0) {
+      const bool turned = (transform & 1) != 0;  // 90 and 270 degrees, flipped or not
+      across = static_cast<double>(turned ? modeHeight : modeWidth) / logicalOutputWidth;
+      down = static_cast<double>(turned ? modeWidth : modeHeight) / logicalOutputHeight;
+    }
+    // Within rounding of the integer scale: the integer scale is exact.
+    if (std::abs(across - scale) * logicalOutputWidth < 1 && std::abs(down - scale) * logicalOutputHeight < 1) {
+      return {0, 0};
+    }
+    return {across, down};
   }
 };
 
@@ -204,6 +253,27 @@ struct Toplevel {
   }
 };
 
+// An output as the output-management protocol describes it, read only for its serial number,
+// which wl_output does not give.
+struct Head {
+  zwlr_output_head_v1* head = nullptr;
+  std::vector<zwlr_output_mode_v1*> modes;  // announced with the head, let go when finished
+  std::string name;
+  std::string serial;
+
+  Head() = default;
+  Head(const Head&) = delete;
+  Head& operator=(const Head&) = delete;
+  ~Head() {
+    for (auto* mode : modes) {
+      zwlr_output_mode_v1_destroy(mode);
+    }
+    if (head != nullptr) {
+      zwlr_output_head_v1_destroy(head);
+    }
+  }
+};
+
 class WaylandWallpaperDisplay final : public WallpaperDisplay {
  public:
   // Without a loop, it only reads the outputs: no surfaces.
@@ -216,6 +286,10 @@ class WaylandWallpaperDisplay final : public WallpaperDisplay {
     watch_.reset();
     flush_.reset();
     toplevels_.clear();
+    heads_.clear();
+    if (headManager_ != nullptr) {
+      zwlr_output_manager_v1_destroy(headManager_);
+    }
     if (keyboard_ != nullptr) {
       wl_keyboard_release(keyboard_);
     }
@@ -231,6 +305,12 @@ class WaylandWallpaperDisplay final : public WallpaperDisplay {
     outputs_.clear();
     if (layerShell_ != nullptr) {
       zwlr_layer_shell_v1_destroy(layerShell_);
+    }
+    if (fractionalManager_ != nullptr) {
+      wp_fractional_scale_manager_v1_destroy(fractionalManager_);
+    }
+    if (viewporter_ != nullptr) {
+      wp_viewporter_destroy(viewporter_);
     }
     if (outputManager_ != nullptr) {
       zxdg_output_manager_v1_destroy(outputManager_);
@@ -370,6 +450,9 @@ class WaylandWallpaperDisplay final : public WallpaperDisplay {
         if (found == outputs_.end() || (*found)->layer == nullptr) {
           continue;
         }
+        if (toplevel->fullscreen && !toplevel->minimized && (*found)->shownSince) {
+          continue;  // the wallpaper is still shown: the window is on a workspace that is not
+        }
         const auto& m = (*found)->monitor;
         WindowSnapshot window;
         window.id = toplevel->number;
@@ -421,6 +504,29 @@ class WaylandWallpaperDisplay final : public WallpaperDisplay {
             display.toplevels_.clear();
           }};
       zwlr_foreign_toplevel_manager_v1_add_listener(toplevelManager_, &listener, this);
+    } else if (interface == wp_viewporter_interface.name && loop_ != nullptr) {
+      viewporter_ = static_cast<wp_viewporter*>(wl_registry_bind(registry_, name, &wp_viewporter_interface, 1));
+    } else if (interface == wp_fractional_scale_manager_v1_interface.name && loop_ != nullptr) {
+      fractionalManager_ = static_cast<wp_fractional_scale_manager_v1*>(
+          wl_registry_bind(registry_, name, &wp_fractional_scale_manager_v1_interface, 1));
+    } else if (interface == zwlr_output_manager_v1_interface.name && version >= 2) {
+      // Only for the outputs' serial numbers.
+      headManager_ =
+          static_cast<zwlr_output_manager_v1*>(wl_registry_bind(registry_, name, &zwlr_output_manager_v1_interface, 2));
+      static constexpr zwlr_output_manager_v1_listener listener{
+          [](void* self, zwlr_output_manager_v1*, zwlr_output_head_v1* head) {
+            static_cast<WaylandWallpaperDisplay*>(self)->headAppeared(head);
+          },
+          [](void* self, zwlr_output_manager_v1*, std::uint32_t) {
+            static_cast<WaylandWallpaperDisplay*>(self)->headsDescribed();
+          },
+          [](void* self, zwlr_output_manager_v1* manager) {
+            auto& display = *static_cast<WaylandWallpaperDisplay*>(self);
+            display.heads_.clear();
+            zwlr_output_manager_v1_destroy(manager);
+            display.headManager_ = nullptr;
+          }};
+      zwlr_output_manager_v1_add_listener(headManager_, &listener, this);
     } else if (interface == zxdg_output_manager_v1_interface.name) {
       outputManager_ = static_cast<zxdg_output_manager_v1*>(
           wl_registry_bind(registry_, name, &zxdg_output_manager_v1_interface, std::min<std::uint32_t>(version, 3)));
@@ -436,10 +542,11 @@ class WaylandWallpaperDisplay final : public WallpaperDisplay {
           wl_registry_bind(registry_, name, &wl_output_interface, std::min<std::uint32_t>(version, 4)));
       static constexpr wl_output_listener listener{
           [](void* data, wl_output*, std::int32_t x, std::int32_t y, std::int32_t, std::int32_t, std::int32_t,
-             const char* make, const char* model, std::int32_t) {
+             const char* make, const char* model, std::int32_t transform) {
             auto& o = *static_cast<Output*>(data);
             o.x = x;
             o.y = y;
+            o.transform = transform;
             o.make = make != nullptr ? make : "";
             o.model = model != nullptr ? model : "";
           },
@@ -487,9 +594,10 @@ class WaylandWallpaperDisplay final : public WallpaperDisplay {
     if ((capabilities & WL_SEAT_CAPABILITY_POINTER) != 0 && pointer_ == nullptr) {
       pointer_ = wl_seat_get_pointer(seat_);
       static constexpr wl_pointer_listener listener{
-          [](void* self, wl_pointer*, std::uint32_t, wl_surface*, wl_fixed_t x, wl_fixed_t y) {
+          [](void* self, wl_pointer*, std::uint32_t, wl_surface* surface, wl_fixed_t x, wl_fixed_t y) {
             auto& display = *static_cast<WaylandWallpaperDisplay*>(self);
             display.pointerFrom_ = {wl_fixed_to_double(x), wl_fixed_to_double(y)};
+            display.pointerScale_ = display.pixelsPerUnitUnder(surface);
           },
           [](void* self, wl_pointer*, std::uint32_t, wl_surface*) {
             static_cast<WaylandWallpaperDisplay*>(self)->pointerFrom_.reset();
@@ -500,7 +608,8 @@ class WaylandWallpaperDisplay final : public WallpaperDisplay {
             const double py = wl_fixed_to_double(y);
             if (!display.pointerFrom_) {
               display.pointerFrom_ = {px, py};
-            } else if (std::hypot(px - display.pointerFrom_->first, py - display.pointerFrom_->second) >
+            } else if (std::hypot(px - display.pointerFrom_->first, py - display.pointerFrom_->second) *
+                           display.pointerScale_ >
                        pointerThreshold) {
               display.touched();
             }
@@ -521,6 +630,16 @@ class WaylandWallpaperDisplay final : public WallpaperDisplay {
   }
 
   void touched() { tell(events_.input); }
+
+  // The pointer moves in logical units; the threshold is in the output's pixels.
+  [[nodiscard]] double pixelsPerUnitUnder(const wl_surface* surface) const {
+    for (const auto& output : outputs_) {
+      if (output->surface == surface && output->surface != nullptr) {
+        return output->fractionalX > 0 ? output->fractionalX : output->bufferScale;
+      }
+    }
+    return 1;
+  }
 
   void toplevelAppeared(zwlr_foreign_toplevel_handle_v1* handle) {
     auto toplevel = std::make_unique<Toplevel>();
@@ -550,9 +669,7 @@ class WaylandWallpaperDisplay final : public WallpaperDisplay {
             t.fullscreen = t.fullscreen || state[i] == ZWLR_FOREIGN_TOPLEVEL_HANDLE_V1_STATE_FULLSCREEN;
           }
         },
-        [](void* data, zwlr_foreign_toplevel_handle_v1*) {
-          static_cast<Toplevel*>(data)->owner->tell(static_cast<Toplevel*>(data)->owner->events_.windowsChanged);
-        },
+        [](void* data, zwlr_foreign_toplevel_handle_v1*) { static_cast<Toplevel*>(data)->owner->toplevelsMoved(); },
         [](void* data, zwlr_foreign_toplevel_handle_v1*) {
           auto& t = *static_cast<Toplevel*>(data);
           t.owner->toplevelClosed(t);
@@ -564,7 +681,95 @@ class WaylandWallpaperDisplay final : public WallpaperDisplay {
 
   void toplevelClosed(const Toplevel& closed) {
     std::erase_if(toplevels_, [&](const auto& toplevel) { return toplevel.get() == &closed; });
+    toplevelsMoved();
+  }
+
+  // The protocol does not say which workspace is shown, but the compositor only answers the
+  // frame callbacks of a wallpaper it shows. When the full-screen windows on an output change,
+  // they count as covering it until the compositor shows the wallpaper again.
+  void toplevelsMoved() {
+    for (auto& output : outputs_) {
+      std::vector<std::int64_t> on;
+      for (const auto& toplevel : toplevels_) {
+        if (toplevel->fullscreen && !toplevel->minimized &&
+            std::find(toplevel->outputs.begin(), toplevel->outputs.end(), output->output) != toplevel->outputs.end()) {
+          on.push_back(toplevel->number);
+        }
+      }
+      if (on != output->fullscreenOn) {
+        output->fullscreenOn = std::move(on);
+        output->shownSince = false;
+        if (!output->fullscreenOn.empty()) {
+          probe(*output);
+        }
+      }
+    }
     tell(events_.windowsChanged);
+  }
+
+  // A frame asked for without a new picture: answered only if the wallpaper is shown.
+  void probe(Output& output) {
+    if (output.surface == nullptr || output.frame != nullptr || output.shown == nullptr) {
+      return;
+    }
+    askForFrame(output);
+    wl_surface_commit(output.surface);
+  }
+
+  void headAppeared(zwlr_output_head_v1* handle) {
+    auto head = std::make_unique<Head>();
+    head->head = handle;
+    static constexpr zwlr_output_mode_v1_listener modeListener{
+        [](void*, zwlr_output_mode_v1*, std::int32_t, std::int32_t) {},
+        [](void*, zwlr_output_mode_v1*, std::int32_t) {}, [](void*, zwlr_output_mode_v1*) {},
+        [](void* data, zwlr_output_mode_v1* mode) {
+          std::erase(static_cast<Head*>(data)->modes, mode);
+          zwlr_output_mode_v1_destroy(mode);
+        }};
+    static constexpr zwlr_output_head_v1_listener listener{
+        [](void* data, zwlr_output_head_v1*, const char* text) { static_cast<Head*>(data)->name = text; },
+        [](void*, zwlr_output_head_v1*, const char*) {},                 // description
+        [](void*, zwlr_output_head_v1*, std::int32_t, std::int32_t) {},  // physical size
+        [](void* data, zwlr_output_head_v1*, zwlr_output_mode_v1* mode) {
+          auto& h = *static_cast<Head*>(data);
+          h.modes.push_back(mode);
+          zwlr_output_mode_v1_add_listener(mode, &modeListener, &h);
+        },
+        [](void*, zwlr_output_head_v1*, std::int32_t) {},                // enabled
+        [](void*, zwlr_output_head_v1*, zwlr_output_mode_v1*) {},        // current mode
+        [](void*, zwlr_output_head_v1*, std::int32_t, std::int32_t) {},  // position
+        [](void*, zwlr_output_head_v1*, std::int32_t) {},                // transform
+        [](void*, zwlr_output_head_v1*, wl_fixed_t) {},                  // scale
+        [](void* data, zwlr_output_head_v1*) {                           // finished
+          auto& h = *static_cast<Head*>(data);
+          h.serial.clear();
+          h.name.clear();
+        },
+        [](void*, zwlr_output_head_v1*, const char*) {},  // make: wl_output gives it
+        [](void*, zwlr_output_head_v1*, const char*) {},  // model: wl_output gives it
+        [](void* data, zwlr_output_head_v1*, const char* text) { static_cast<Head*>(data)->serial = text; }};
+    zwlr_output_head_v1_add_listener(handle, &listener, head.get());
+    heads_.push_back(std::move(head));
+  }
+
+  // The heads are described (first or again): finished ones let go, serial numbers taken.
+  void headsDescribed() {
+    std::erase_if(heads_, [](const auto& head) { return head->name.empty(); });
+    bool changed = false;
+    for (auto& output : outputs_) {
+      std::string serial;
+      for (const auto& head : heads_) {
+        if (head->name == output->name) {
+          serial = head->serial;
+        }
+      }
+      changed = changed || serial != output->serial;
+      output->serial = std::move(serial);
+    }
+    if (changed) {
+      identify();
+      tell(events_.monitorsChanged);
+    }
   }
 
   // The output's logical position and name from xdg-output, where offered.
@@ -602,8 +807,8 @@ class WaylandWallpaperDisplay final : public WallpaperDisplay {
     }
     if (output.surface == nullptr && compositor_ != nullptr && layerShell_ != nullptr) {
       makeSurface(output);
-    } else if (output.surface != nullptr && output.bufferScale != output.scale) {
-      resize(output);
+    } else if (output.surface != nullptr) {
+      resizeSoon(output);
     }
   }
 
@@ -639,7 +844,7 @@ class WaylandWallpaperDisplay final : public WallpaperDisplay {
           if (w != o.logicalWidth || h != o.logicalHeight) {
             o.logicalWidth = w;
             o.logicalHeight = h;
-            o.owner->resize(o);
+            o.owner->resizeSoon(o);
           }
         },
         [](void* data, zwlr_layer_surface_v1*) {
@@ -648,22 +853,63 @@ class WaylandWallpaperDisplay final : public WallpaperDisplay {
           o.owner->closed(o);
         }};
     zwlr_layer_surface_v1_add_listener(output.layer, &listener, &output);
+    if (viewporter_ != nullptr) {
+      output.viewport = wp_viewporter_get_viewport(viewporter_, output.surface);
+      if (fractionalManager_ != nullptr) {
+        output.fractionalScale =
+            wp_fractional_scale_manager_v1_get_fractional_scale(fractionalManager_, output.surface);
+        static constexpr wp_fractional_scale_v1_listener scaleListener{
+            [](void* data, wp_fractional_scale_v1*, std::uint32_t scale) {
+              auto& o = *static_cast<Output*>(data);
+              o.preferredScale = scale;
+              o.owner->resizeSoon(o);
+            }};
+        wp_fractional_scale_v1_add_listener(output.fractionalScale, &scaleListener, &output);
+      }
+    }
     wl_surface_commit(output.surface);
   }
 
-  // New buffers at the surface's size times the output's scale, so the picture is sharp.
+  // A compositor tells a new scale and the surface's new size in separate events, in either
+  // order: buffers are made once both are in, before the loop sleeps, so no picture is drawn
+  // at a size that was never meant.
+  void resizeSoon(Output& output) {
+    if (open_) {
+      output.resizeDue = true;
+    } else {
+      resize(output);
+    }
+  }
+
+  // Buffers of the output's own pixels, so the picture is sharp: the surface's size times the
+  // integer scale, or at a fractional scale, mapped onto the surface by a viewport (without
+  // one, the compositor scales down what is drawn at the next integer scale).
   void resize(Output& output) {
     if (output.logicalWidth <= 0 || output.logicalHeight <= 0) {
       return;
     }
-    output.bufferScale = output.scale;
-    wl_surface_set_buffer_scale(output.surface, output.bufferScale);
-    std::string error;
+    const auto [across, down] =
+        output.viewport != nullptr ? output.fractionalScaleNow() : std::pair<double, double>{0, 0};
+    const std::int32_t bufferScale = across > 0 ? 1 : output.scale;
+    const bool same = output.buffers[0].width() > 0 && bufferScale == output.bufferScale &&
+                      across == output.fractionalX && down == output.fractionalY;
+    output.bufferScale = bufferScale;
+    output.fractionalX = across;
+    output.fractionalY = down;
     const auto width = static_cast<int>(output.pixelWidth());
     const auto height = static_cast<int>(output.pixelHeight());
+    if (same && output.buffers[0].width() == width && output.buffers[0].height() == height) {
+      return;
+    }
+    wl_surface_set_buffer_scale(output.surface, output.bufferScale);
+    if (output.viewport != nullptr) {
+      wp_viewport_set_destination(output.viewport, across > 0 ? output.logicalWidth : -1,
+                                  across > 0 ? output.logicalHeight : -1);
+    }
+    std::string error;
     log::writef(layer_ == Placement::overlay ? "host" : category, log::Level::notice,
-                "output {}: {}x{} at scale {}, pictures of {}x{}", output.name, output.logicalWidth,
-                output.logicalHeight, output.bufferScale, width, height);
+                "output {}: {}x{} at scale {:g}, pictures of {}x{}", output.name, output.logicalWidth,
+                output.logicalHeight, across > 0 ? std::round(across * 100) / 100 : output.bufferScale, width, height);
     output.drawing = nullptr;
     output.shown = nullptr;
     for (auto& buffer : output.buffers) {
@@ -672,6 +918,7 @@ class WaylandWallpaperDisplay final : public WallpaperDisplay {
         break;
       }
     }
+    output.overdue.reset();
     if (output.frame != nullptr) {
       wl_callback_destroy(output.frame);
       output.frame = nullptr;
@@ -716,9 +963,14 @@ class WaylandWallpaperDisplay final : public WallpaperDisplay {
     std::vector<ScreenIdentity::NamedOutput> named;
     named.reserve(outputs_.size());
     for (const auto& output : outputs_) {
-      named.push_back(ScreenIdentity::NamedOutput{output->make, output->model, "", output->name,
-                                                  static_cast<double>(output->pixelWidth()),
-                                                  static_cast<double>(output->pixelHeight())});
+      // The size part is the output's own pixels, whatever size the buffers are drawn at.
+      const bool turned = (output->transform & 1) != 0;
+      const auto across =
+          output->modeWidth > 0 ? (turned ? output->modeHeight : output->modeWidth) : output->pixelWidth();
+      const auto down =
+          output->modeHeight > 0 ? (turned ? output->modeWidth : output->modeHeight) : output->pixelHeight();
+      named.push_back(ScreenIdentity::NamedOutput{output->make, output->model, output->serial, output->name,
+                                                  static_cast<double>(across), static_cast<double>(down)});
     }
     const auto ids = ScreenIdentity::stableOutputIDs(named);
     for (std::size_t i = 0; i < outputs_.size(); ++i) {
@@ -736,9 +988,27 @@ class WaylandWallpaperDisplay final : public WallpaperDisplay {
       o.owner->frameDone(o);
     }};
     wl_callback_add_listener(output.frame, &listener, &output);
+    if (output.shownSince && !output.fullscreenOn.empty()) {
+      // Shown in spite of a full-screen window: a frame not shown in time means its workspace
+      // came back.
+      auto timer = loop_->after(overdueAfter, [this, &output] {
+        output.overdue.reset();
+        if (output.frame != nullptr && output.shownSince) {
+          output.shownSince = false;
+          tell(events_.windowsChanged);
+        }
+      });
+      output.overdue = timer ? std::move(*timer) : nullptr;
+    }
   }
 
-  void frameDone(const Output& output) {
+  void frameDone(Output& output) {
+    output.overdue.reset();
+    if (!output.shownSince && !output.fullscreenOn.empty()) {
+      output.shownSince = true;
+      tell(events_.windowsChanged);
+    }
+    output.shownSince = true;
     if (ready_) {
       ready_(output.monitor.id);
     }
@@ -764,7 +1034,17 @@ class WaylandWallpaperDisplay final : public WallpaperDisplay {
     if (lost_) {
       return;
     }
-    if (wl_display_dispatch_pending(display_) < 0 || (wl_display_flush(display_) < 0 && errno != EAGAIN)) {
+    if (wl_display_dispatch_pending(display_) < 0) {
+      lose();
+      return;
+    }
+    for (auto& output : outputs_) {
+      if (output->resizeDue) {
+        output->resizeDue = false;
+        resize(*output);
+      }
+    }
+    if (wl_display_flush(display_) < 0 && errno != EAGAIN) {
       lose();
     }
   }
@@ -791,12 +1071,19 @@ class WaylandWallpaperDisplay final : public WallpaperDisplay {
   zwlr_layer_shell_v1* layerShell_ = nullptr;
   zxdg_output_manager_v1* outputManager_ = nullptr;
   zwlr_foreign_toplevel_manager_v1* toplevelManager_ = nullptr;
+  wp_viewporter* viewporter_ = nullptr;
+  wp_fractional_scale_manager_v1* fractionalManager_ = nullptr;
+  zwlr_output_manager_v1* headManager_ = nullptr;
+  std::vector<std::unique_ptr<Head>> heads_;
   wl_seat* seat_ = nullptr;
   wl_keyboard* keyboard_ = nullptr;
   wl_pointer* pointer_ = nullptr;
   std::optional<std::pair<double, double>> pointerFrom_;  // where the pointer first was
-  // How far the pointer may drift (logical pixels) before the screensaver ends.
+  // How far the pointer may drift (in the output's pixels) before the screensaver ends.
   static constexpr double pointerThreshold = 10;
+  double pointerScale_ = 1;  // pixels per logical unit on the output the pointer is over
+  // How long a shown wallpaper's frame may take before the output counts as hidden.
+  static constexpr std::chrono::milliseconds overdueAfter{250};
   std::vector<std::unique_ptr<Toplevel>> toplevels_;
   std::int64_t toplevelsSeen_ = 0;
   std::vector<std::unique_ptr<Output>> outputs_;
