@@ -52,6 +52,33 @@ std::string redClip() {
   return path;
 }
 
+// A checkerboard of single pixels, kept exact (lossless, full chroma): blurred by any scaling,
+// it turns grey.
+std::string checkerClip() {
+  static testing::TempFolder folder;
+  static const std::string path = [] {
+    const auto made = (folder / "checker.mp4").string();
+    const auto done =
+        engine::run(testing::ffmpegOnPath(), {"-v", "error", "-f", "lavfi", "-i", "nullsrc=s=320x240:r=10", "-vf",
+                                              "geq=lum='255*mod(X+Y,2)':cb=128:cr=128", "-t", "2", "-c:v", "libx264",
+                                              "-qp", "0", "-pix_fmt", "yuv444p", made});
+    EXPECT_TRUE(done && done->exitCode == 0) << (done ? done->error : done.error());
+    return made;
+  }();
+  return path;
+}
+
+// What an output shows, as grim reads it back.
+struct Screenshot {
+  int width = 0;
+  int height = 0;
+  std::vector<unsigned char> pixels;  // RGB rows
+  [[nodiscard]] Rgb at(int x, int y) const {
+    const auto i = static_cast<std::size_t>((y * width + x) * 3);
+    return {pixels[i], pixels[i + 1], pixels[i + 2]};
+  }
+};
+
 class WaylandWallpaper : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -60,49 +87,13 @@ class WaylandWallpaper : public ::testing::Test {
     for (const auto* needed : {"sway", "swaymsg", "grim", "foot", "setpriv"}) {
       ASSERT_TRUE(engine::findExecutable(needed, searchPath_)) << needed << " is needed (scripts/setup.sh)";
     }
-    // Sway refuses to run as root: as root, it runs as nobody, in folders nobody owns.
-    ::chmod(folder_.path().c_str(), 0755);
-    const auto swayHome = folder_ / "sway-home";
-    swayRun_ = folder_ / "sway-run";
-    std::filesystem::create_directories(swayHome);
-    std::filesystem::create_directories(swayRun_);
-    ::chmod(swayRun_.c_str(), 0700);
-    std::vector<std::string> asUser;
-    if (::getuid() == 0) {
-      const passwd* nobody = ::getpwnam("nobody");  // NOLINT(concurrency-mt-unsafe): before any thread
-      ASSERT_NE(nobody, nullptr);
-      for (const auto& owned : {swayHome, swayRun_}) {
-        ASSERT_EQ(::chown(owned.c_str(), nobody->pw_uid, nobody->pw_gid), 0);
-      }
-      asUser = {engine::findExecutable("setpriv", searchPath_)->string(), fmt::format("--reuid={}", nobody->pw_uid),
-                fmt::format("--regid={}", nobody->pw_gid), "--clear-groups"};
-    }
-    const auto config = folder_ / "sway.config";
-    std::ofstream(config) << "output HEADLESS-1 resolution 320x240 position 0 0\n"
-                             "output HEADLESS-2 resolution 320x240 position 320 0\n"
-                             "output HEADLESS-3 resolution 320x240 position 640 0\n"
-                             "default_border none\n";
-    ::chmod(config.c_str(), 0644);
-    auto arguments = asUser;
-    const std::vector<std::string> rest{"/usr/bin/env",
-                                        "-i",
-                                        "HOME=" + swayHome.string(),
-                                        "XDG_RUNTIME_DIR=" + swayRun_.string(),
-                                        "WLR_BACKENDS=headless",
-                                        "WLR_LIBINPUT_NO_DEVICES=1",
-                                        "WLR_RENDERER=pixman",
-                                        "PATH=" + searchPath_,
-                                        engine::findExecutable("sway", searchPath_)->string(),
-                                        "-c",
-                                        config.string()};
-    arguments.insert(arguments.end(), rest.begin(), rest.end());
-    const auto program = arguments.front();
-    arguments.erase(arguments.begin());
-    sway_ = startProcess(program, arguments);
-    ASSERT_TRUE(waitUntil([&] { return socket("wayland-").has_value() && socket("sway-ipc.").has_value(); }, 10s))
-        << "sway did not start: " << sway_->err;
-    waylandSocket_ = *socket("wayland-");
-    swaySocket_ = *socket("sway-ipc.");
+    std::ofstream(folder_ / "sway.config") << "output HEADLESS-1 resolution 320x240 position 0 0\n"
+                                              "output HEADLESS-2 resolution 320x240 position 320 0\n"
+                                              "output HEADLESS-3 resolution 320x240 position 640 0\n"
+                                              "default_border none\n";
+    ASSERT_NO_FATAL_FAILURE(outer_ = startSway("sway", {"WLR_BACKENDS=headless"}));
+    waylandSocket_ = outer_.wayland;
+    swaySocket_ = outer_.ipc;
     sway({"create_output"});
     std::filesystem::create_directories(folder_ / "run");
     ::chmod((folder_ / "run").c_str(), 0700);
@@ -119,15 +110,75 @@ class WaylandWallpaper : public ::testing::Test {
       (*it)->child.terminate();
     }
     children_.clear();
-    if (sway_) {
-      sway_->child.terminate();
+    for (auto* compositor : {&inner_, &outer_}) {
+      if (compositor->process) {
+        compositor->process->child.terminate();
+      }
     }
   }
 
-  // The socket in sway's runtime folder whose name starts with `prefix`.
-  std::optional<std::filesystem::path> socket(const std::string& prefix) const {
+  struct Sway {
+    std::unique_ptr<Running> process;
+    std::filesystem::path wayland;  // its Wayland socket
+    std::filesystem::path ipc;      // its command socket
+  };
+
+  // Debian's sway, configured by `NAME.config` in the test's folder, with `backend` (the
+  // headless one, or the Wayland one inside another sway, whose windows are its outputs).
+  // Sway refuses to run as root: as root, it runs as nobody, in folders nobody owns.
+  Sway startSway(const std::string& name, const std::vector<std::string>& backend) {
+    ::chmod(folder_.path().c_str(), 0755);
+    const auto home = folder_ / (name + "-home");
+    const auto run = folder_ / (name + "-run");
+    std::filesystem::create_directories(home);
+    std::filesystem::create_directories(run);
+    ::chmod(run.c_str(), 0700);
+    std::vector<std::string> arguments;
+    if (::getuid() == 0) {
+      const passwd* nobody = ::getpwnam("nobody");  // NOLINT(concurrency-mt-unsafe): before any thread
+      EXPECT_NE(nobody, nullptr);
+      if (nobody == nullptr) {
+        return {};
+      }
+      for (const auto& owned : {home, run}) {
+        EXPECT_EQ(::chown(owned.c_str(), nobody->pw_uid, nobody->pw_gid), 0);
+      }
+      arguments = {fmt::format("--reuid={}", nobody->pw_uid), fmt::format("--regid={}", nobody->pw_gid),
+                   "--clear-groups"};
+    }
+    const auto config = folder_ / (name + ".config");
+    ::chmod(config.c_str(), 0644);
+    const std::vector<std::string> rest{"/usr/bin/env",
+                                        "-i",
+                                        "HOME=" + home.string(),
+                                        "XDG_RUNTIME_DIR=" + run.string(),
+                                        "WLR_LIBINPUT_NO_DEVICES=1",
+                                        "WLR_RENDERER=pixman",
+                                        "PATH=" + searchPath_};
+    arguments.insert(arguments.end(), rest.begin(), rest.end());
+    arguments.insert(arguments.end(), backend.begin(), backend.end());
+    arguments.insert(arguments.end(), {engine::findExecutable("sway", searchPath_)->string(), "-c", config.string()});
+    const auto program = ::getuid() == 0 ? engine::findExecutable("setpriv", searchPath_)->string() : "/usr/bin/env";
+    if (::getuid() != 0) {
+      arguments.erase(arguments.begin());  // "/usr/bin/env" is the program
+    }
+    Sway started;
+    started.process = startProcess(program, arguments);
+    if (!started.process) {
+      return {};
+    }
+    EXPECT_TRUE(
+        waitUntil([&] { return socket(run, "wayland-").has_value() && socket(run, "sway-ipc.").has_value(); }, 10s))
+        << name << " did not start: " << started.process->err;
+    started.wayland = socket(run, "wayland-").value_or("");
+    started.ipc = socket(run, "sway-ipc.").value_or("");
+    return started;
+  }
+
+  // The socket in a runtime folder whose name starts with `prefix`.
+  static std::optional<std::filesystem::path> socket(const std::filesystem::path& run, const std::string& prefix) {
     std::error_code error;
-    for (const auto& entry : std::filesystem::directory_iterator(swayRun_, error)) {
+    for (const auto& entry : std::filesystem::directory_iterator(run, error)) {
       const auto name = entry.path().filename().string();
       if (name.starts_with(prefix) && !name.ends_with(".lock") && entry.is_socket()) {
         return entry.path();
@@ -136,8 +187,9 @@ class WaylandWallpaper : public ::testing::Test {
     return std::nullopt;
   }
 
-  void sway(const std::vector<std::string>& command) {
-    std::vector<std::string> arguments{"-s", swaySocket_.string()};
+  void sway(const std::vector<std::string>& command) { swayAt(swaySocket_, command); }
+  void swayAt(const std::filesystem::path& ipc, const std::vector<std::string>& command) {
+    std::vector<std::string> arguments{"-s", ipc.string()};
     arguments.insert(arguments.end(), command.begin(), command.end());
     const auto done = engine::run(*engine::findExecutable("swaymsg", searchPath_), arguments);
     ASSERT_TRUE(done && done->exitCode == 0) << (done ? done->output + done->error : done.error());
@@ -195,8 +247,10 @@ class WaylandWallpaper : public ::testing::Test {
       if (Clock::now() >= until) {
         return false;
       }
-      if (sway_) {
-        sway_->pump();
+      for (auto* compositor : {&outer_, &inner_}) {
+        if (compositor->process) {
+          compositor->process->pump();
+        }
       }
       for (auto& child : children_) {
         child->pump();
@@ -206,30 +260,33 @@ class WaylandWallpaper : public ::testing::Test {
     return true;
   }
 
-  // The middle of an output as the compositor composes it, through grim.
-  Rgb shown(const std::string& output) {
+  // An output as the compositor composes it, through grim; empty when it cannot be read.
+  Screenshot screenshot(const std::string& output) {
     const auto shot = folder_ / "shot.ppm";
     std::filesystem::remove(shot);
     const auto done = engine::run("/usr/bin/env", {"WAYLAND_DISPLAY=" + waylandSocket_.string(),
                                                    engine::findExecutable("grim", searchPath_)->string(), "-t", "ppm",
                                                    "-o", output, shot.string()});
     if (!done || done->exitCode != 0) {
-      return {-1, -1, -1};
+      return {};
     }
     std::ifstream in(shot, std::ios::binary);
     std::string magic;
-    int width = 0;
-    int height = 0;
+    Screenshot read;
     int depth = 0;
-    in >> magic >> width >> height >> depth;
+    in >> magic >> read.width >> read.height >> depth;
     in.get();
-    std::vector<char> pixels((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    const auto at = static_cast<std::size_t>(((height / 2) * width + width / 2) * 3);
-    if (magic != "P6" || depth != 255 || pixels.size() < at + 3) {
-      return {-1, -1, -1};
+    read.pixels.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    if (magic != "P6" || depth != 255 || read.width <= 0 || read.height <= 0 ||
+        read.pixels.size() < static_cast<std::size_t>(read.width * read.height * 3)) {
+      return {};
     }
-    return {static_cast<unsigned char>(pixels[at]), static_cast<unsigned char>(pixels[at + 1]),
-            static_cast<unsigned char>(pixels[at + 2])};
+    return read;
+  }
+  // The middle of an output.
+  Rgb shown(const std::string& output) {
+    const auto shot = screenshot(output);
+    return shot.pixels.empty() ? Rgb{-1, -1, -1} : shot.at(shot.width / 2, shot.height / 2);
   }
   ::testing::AssertionResult shows(Rgb colour, const std::string& output, std::chrono::milliseconds limit = 10s) {
     Rgb seen;
@@ -241,10 +298,10 @@ class WaylandWallpaper : public ::testing::Test {
 
   testing::TempFolder folder_;
   std::string searchPath_;
-  std::filesystem::path swayRun_;
-  std::filesystem::path waylandSocket_;
+  Sway outer_;
+  Sway inner_;                           // inside the outer one, for outputs that come and go
+  std::filesystem::path waylandSocket_;  // where the programs under test connect
   std::filesystem::path swaySocket_;
-  std::unique_ptr<Running> sway_;
   std::vector<std::unique_ptr<Running>> children_;
 };
 
@@ -290,6 +347,24 @@ TEST_F(WaylandWallpaper, ShowsOnEveryOutputBehindWindowsAndFollowsANewOne) {
       << seen.dump();
   EXPECT_THAT(seen[0]["reason"].get<std::string>(), HasSubstr("full"));
   EXPECT_EQ(seen[1]["mode"], "running");
+  // On a workspace that is not shown, the full-screen window hides nothing: the wallpaper
+  // there plays. Shown again, it pauses it again.
+  sway({"workspace", "7"});
+  ASSERT_TRUE(waitUntil(
+      [&] {
+        seen = status();
+        return seen.size() == 2 && seen[0]["mode"] == "running";
+      },
+      5s))
+      << seen.dump();
+  sway({"workspace", "1"});
+  ASSERT_TRUE(waitUntil(
+      [&] {
+        seen = status();
+        return seen.size() == 2 && seen[0]["mode"] == "paused";
+      },
+      5s))
+      << seen.dump();
   sway({"[app_id=cover]", "fullscreen", "disable"});
   ASSERT_TRUE(waitUntil(
       [&] {
@@ -372,6 +447,79 @@ TEST_F(WaylandWallpaper, TheSaverCoversEveryOutputAboveWindowsAndEndsOnSigterm) 
   EXPECT_EQ(refused.exitCode, 1) << refused.error;
   EXPECT_THAT(refused.error, HasSubstr("no X display"));
   EXPECT_EQ(korvalen({"saver", "--backend", "wayland", "--window-id", "0x200002"}).exitCode, 2);
+}
+
+// How much neighbouring pixels differ across the middle of an output: near 255 for the
+// checkerboard drawn pixel for pixel, near 0 once anything has scaled it.
+int checkerContrast(const Screenshot& shot) {
+  if (shot.pixels.empty()) {
+    return -1;
+  }
+  int least = 255;
+  for (int x = shot.width / 2 - 8; x < shot.width / 2 + 8; ++x) {
+    least = std::min(least, std::abs(shot.at(x, shot.height / 2).g - shot.at(x + 1, shot.height / 2).g));
+  }
+  return least;
+}
+
+TEST_F(WaylandWallpaper, AFractionalScaleIsDrawnPixelForPixel) {
+  ASSERT_EQ(korvalen({"library", "add", checkerClip()}).exitCode, 0);
+  ASSERT_EQ(korvalen({"settings", "set", "activePlaylist=Checks",
+                      R"(playlists=[{"name":"Checks","itemIDs":["2"],"intervalMinutes":60}])"})
+                .exitCode,
+            0);
+  sway({"output", "HEADLESS-2", "scale", "1.5"});
+  auto& running = wallpaper();
+  // 320x240 pixels at 1.5 are 213x160 logical: the buffers are the output's 320x240 pixels,
+  // mapped onto the surface by a viewport, not drawn at scale 2 and shrunk by the compositor.
+  EXPECT_TRUE(running.said("output HEADLESS-2: 213x160 at scale 1.5, pictures of 320x240")) << running.err;
+  ASSERT_EQ(korvalen({"wallpaper", "pause"}).exitCode, 0);
+  // Sway's own renderer blends neighbours a little at a fractional scale (0 and 255 come back
+  // near 50 and 205); a picture drawn at the logical size, or any other, loses the pattern.
+  int contrast = -1;
+  EXPECT_TRUE(waitUntil([&] { return (contrast = checkerContrast(screenshot("HEADLESS-2"))) > 120; }, 10s))
+      << "the checkerboard is blurred: neighbours differ by " << contrast;
+  // Changed while it runs, to another fractional scale and to a whole one: one new size
+  // each, and the monitor keeps its identifier.
+  sway({"output", "HEADLESS-2", "scale", "1.25"});
+  EXPECT_TRUE(running.said("output HEADLESS-2: 256x192 at scale 1.25, pictures of 320x240")) << running.err;
+  sway({"output", "HEADLESS-2", "scale", "2"});
+  EXPECT_TRUE(running.said("output HEADLESS-2: 160x120 at scale 2, pictures of 320x240")) << running.err;
+  EXPECT_TRUE(waitUntil([&] { return (contrast = checkerContrast(screenshot("HEADLESS-2"))) > 200; }, 10s))
+      << "the checkerboard is blurred: neighbours differ by " << contrast;
+  EXPECT_THAT(running.err, ::testing::Not(HasSubstr("HEADLESS-2|213x160")));
+  const auto listed = status();
+  ASSERT_EQ(listed.size(), 2U) << listed.dump();
+  EXPECT_EQ(listed[1]["monitorId"], "headless-headless-HEADLESS-2|320x240");
+}
+
+TEST_F(WaylandWallpaper, OutputsUnpluggedAndPluggedWhileItPlays) {
+  // A sway inside the headless one: its outputs are windows of the outer one, and closing
+  // such a window unplugs that output.
+  std::ofstream(folder_ / "inner.config") << "default_border none\n";
+  ASSERT_NO_FATAL_FAILURE(
+      inner_ = startSway("inner", {"WLR_BACKENDS=wayland", "WAYLAND_DISPLAY=" + outer_.wayland.string()}));
+  waylandSocket_ = inner_.wayland;
+  swaySocket_ = inner_.ipc;
+  auto& running = wallpaper();
+  ASSERT_TRUE(shows(red, "WL-1"));
+  for (int round = 2; round <= 4; ++round) {
+    const auto name = fmt::format("WL-{}", round);
+    sway({"create_output"});
+    ASSERT_TRUE(running.said(fmt::format("output {}:", name))) << running.err;
+    ASSERT_TRUE(waitUntil([&] { return status().size() == 2; }, 5s)) << status().dump();
+    EXPECT_TRUE(shows(red, name));
+    swayAt(outer_.ipc, {fmt::format("[title=\"wlroots - {}\"]", name), "kill"});
+    ASSERT_TRUE(running.said(fmt::format("output {} gone", name))) << running.err;
+    ASSERT_TRUE(waitUntil([&] { return status().size() == 1; }, 5s)) << status().dump();
+  }
+  // The output left keeps its wallpaper, and the program its health.
+  EXPECT_TRUE(shows(red, "WL-1"));
+  const auto listed = status();
+  ASSERT_EQ(listed.size(), 1U);
+  EXPECT_EQ(listed[0]["mode"], "running");
+  ASSERT_EQ(::kill(running.child.pid(), SIGTERM), 0);
+  EXPECT_EQ(running.child.wait(running.out, running.err), 0) << running.err;
 }
 
 }  // namespace
