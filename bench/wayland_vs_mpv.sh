@@ -56,10 +56,26 @@ measure() {
   echo "$(echo "($p1 - $p0) / $hz" | bc -l) $(echo "($s1 - $s0) / $hz" | bc -l)"
 }
 
+# Both must show every frame for the CPU to compare: mpv says how many it dropped when it
+# quits, the wallpaper its frames per second while it plays.
+mkdir -m 777 "$work/mpv"
+cat >"$work/mpv/frames.lua" <<LUA
+-- Read while it plays: at shutdown the properties are gone.
+mp.add_periodic_timer(1, function()
+  local f = io.open("$work/mpv/frames.txt", "w")
+  f:write(string.format("%d %d %.1f", mp.get_property_number("estimated-frame-number", 0),
+    mp.get_property_number("frame-drop-count", 0) + mp.get_property_number("vo-drop-frame-count", 0),
+    mp.get_property_number("estimated-vf-fps", 0)))
+  f:close()
+end)
+LUA
+chmod 644 "$work/mpv/frames.lua"
 start_sway
-read -r mpv_cpu mpv_c < <(SWAY_EXEC=1 measure mpv --no-config --vo=wlshm --hwdec=no --ao=null --fs --loop=inf "$clip")
+read -r mpv_cpu mpv_c < <(SWAY_EXEC=1 measure mpv --no-config --vo=wlshm --hwdec=no --ao=null --fs --loop=inf \
+  --script="$work/mpv/frames.lua" "$clip")
 stop_sway
 start_sway
+( sleep $((3 + seconds / 2)); "$korvalen" wallpaper status >"$work/status.txt" 2>&1 ) &
 read -r wp_cpu wp_c < <(measure "$korvalen" wallpaper)
 stop_sway
 
@@ -67,5 +83,10 @@ ratio() { echo "($1) / ($2)" | bc -l | xargs printf '%.2f'; }
 printf '1080p30 on a headless sway at 1920x1080 for %s s (CPU s: program + compositor):\n' "$seconds"
 printf '  mpv --vo=wlshm --hwdec=no   %6.2f + sway %6.2f\n' "$mpv_cpu" "$mpv_c"
 printf '  korvalen wallpaper          %6.2f + sway %6.2f\n' "$wp_cpu" "$wp_c"
+printf '  mpv dropped %s of %s frames (%s frames/s); the wallpaper showed %s\n' \
+  "$(cut -d' ' -f2 "$work/mpv/frames.txt" 2>/dev/null || echo '?')" \
+  "$(cut -d' ' -f1 "$work/mpv/frames.txt" 2>/dev/null || echo '?')" \
+  "$(cut -d' ' -f3 "$work/mpv/frames.txt" 2>/dev/null || echo '?')" \
+  "$(grep -o '[0-9]* frames/s' "$work/status.txt" || echo '? frames/s')"
 printf '  wallpaper / mpv: %s (goal: at most the X11 wallpaper'"'"'s ratio on Xvfb)\n' \
   "$(ratio "$wp_cpu + $wp_c" "$mpv_cpu + $mpv_c")"
