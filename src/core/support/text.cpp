@@ -112,4 +112,15 @@ std::size_t utf16Length(std::string_view text) {
   return static_cast<std::size_t>(fromUtf8(text).length());
 }
 
+std::string replacingAll(std::string_view text, std::string_view from, std::string_view to) {
+  std::string out;
+  out.reserve(text.size());
+  for (auto at = text.find(from); !from.empty() && at != std::string_view::npos; at = text.find(from)) {
+    out.append(text.substr(0, at)).append(to);
+    text.remove_prefix(at + from.size());
+  }
+  out.append(text);
+  return out;
+}
+
 }  // namespace korvalen::text

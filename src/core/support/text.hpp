@@ -24,6 +24,9 @@ std::string trimWhitespaceAndNewlines(std::string_view text);
 // "Café" and "CAFE" give the same key. Invalid UTF-8 becomes U+FFFD.
 std::string searchKey(std::string_view text);
 
+// `text` with every appearance of `from` (not empty) replaced by `to`, byte for byte.
+std::string replacingAll(std::string_view text, std::string_view from, std::string_view to);
+
 // Length in UTF-16 code units, the way user-visible counts are made.
 std::size_t utf16Length(std::string_view text);
 
