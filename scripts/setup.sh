@@ -14,6 +14,7 @@ packages=(
   libsdl2-dev libx11-dev libxrandr-dev libxext-dev libsystemd-dev xvfb x11-apps x11-xserver-utils
   openbox i3-wm picom wmctrl x11-utils dbus-daemon python3-dbusmock
   libwayland-dev wayland-protocols librust-wayland-protocols-dev sway grim foot
+  yt-dlp
   fonts-dejavu-core
 )
 

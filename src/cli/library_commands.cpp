@@ -3,17 +3,23 @@
 #include "cli/arguments.hpp"
 #include "cli/commands.hpp"
 #include "cli/interrupts.hpp"
+#include "core/app/settings_coding.hpp"
+#include "core/diagnostics/log.hpp"
 #include "core/library/library_rules.hpp"
+#include "core/library/link_download.hpp"
 #include "core/library/wallpaper_library.hpp"
 #include "core/playback/flash_guard.hpp"
 #include "core/support/text.hpp"
 #include "engine/library/library_import.hpp"
 #include "engine/library/library_store.hpp"
 #include "engine/library/library_thumbnails.hpp"
+#include "engine/library/link_fetch.hpp"
 #include "engine/ping_pong_builder.hpp"
+#include "engine/working_folder.hpp"
 
 #include <fmt/format.h>
 
+#include <charconv>
 #include <chrono>
 #include <map>
 #include <ostream>
@@ -326,6 +332,109 @@ std::string importText(const engine::ImportLine& line) {
   return "";
 }
 
+// Asks on the terminal which of the offered heights to take; nothing (take the nearest) on
+// an empty answer or the end of input.
+std::optional<std::int64_t> askForHeight(std::int64_t preferred, const std::vector<std::int64_t>& offered,
+                                         Context& context) {
+  context.err << fmt::format("{}p is not offered; offered: {}p. Which height? (Enter: the nearest) ", preferred,
+                             fmt::join(offered, "p, "))
+              << std::flush;
+  std::string answer;
+  while (std::getline(context.in, answer)) {
+    answer = text::trimWhitespaceAndNewlines(answer);
+    if (answer.ends_with('p')) {
+      answer.pop_back();
+    }
+    if (answer.empty()) {
+      return std::nullopt;
+    }
+    std::int64_t height = 0;
+    const auto [end, error] = std::from_chars(answer.data(), answer.data() + answer.size(), height);
+    if (error == std::errc{} && end == answer.data() + answer.size() &&
+        std::find(offered.begin(), offered.end(), height) != offered.end()) {
+      return height;
+    }
+    context.err << fmt::format("one of {}p, please: ", fmt::join(offered, "p, ")) << std::flush;
+  }
+  return std::nullopt;
+}
+
+// Downloads a link into a private folder beside the library, for import; the folder goes
+// whatever happens. The error line is without credentials.
+class LinkDownloads {
+ public:
+  LinkDownloads(const fs::path& libraryRoot, Context& context) : context_(context) {
+    folder_ = libraryRoot / ".downloads";
+  }
+  LinkDownloads(const LinkDownloads&) = delete;
+  LinkDownloads& operator=(const LinkDownloads&) = delete;
+  ~LinkDownloads() { clear(); }
+
+  std::expected<engine::Fetched, std::string> fetch(const std::string& link) {
+    clear();
+    if (auto made = engine::makePrivateFolder(folder_); !made) {
+      return std::unexpected(fmt::format("cannot make {}: {}", folder_.string(), made.error()));
+    }
+    const auto settings = Settings::read(settingsPath("", context_));
+    if (settings.problem) {
+      throw Failure(*settings.problem);
+    }
+    const auto korvalen = paths::korvalenFolder(paths::homeFolder(context_.environment), context_.environment);
+    const auto downloader = engine::findDownloader(korvalen / "tools", context_.environment("PATH").value_or(""));
+    const auto shown = LinkDownload::withoutCredentials(link);
+    log::writef("download", log::Level::notice, "downloading {}", shown);
+    if (!downloader) {
+      const auto why = fmt::format(
+          "cannot download {}: the downloader (yt-dlp) was not found; install it "
+          "(apt-get install yt-dlp) or run korvalen tools update",
+          shown);
+      log::writef("download", log::Level::error, "{}", why);
+      return std::unexpected(why);
+    }
+    engine::LinkFetch request;
+    request.link = link;
+    request.settings = settings.settings.import.sanitised();
+    request.downloader = *downloader;
+    request.ffmpeg = locateFfmpeg("", context_);
+    request.staging = folder_;
+    request.home = paths::homeFolder(context_.environment);
+    request.stop = &interrupted;
+    request.note = [&](const std::string& line) { context_.err << "note: " << line << "\n" << std::flush; };
+    if (context_.interactive) {
+      auto lastShown = std::chrono::steady_clock::time_point{};
+      request.progress = [this, lastShown](const LinkDownload::Progress& progress) mutable {
+        const auto now = std::chrono::steady_clock::now();
+        if (now - lastShown >= std::chrono::milliseconds(200)) {
+          lastShown = now;
+          context_.err << "\r\033[K" << LinkDownload::describe(progress) << std::flush;
+        }
+      };
+      request.askHeight = [this, preferred = request.settings.preferredHeight](const auto& offered) {
+        return askForHeight(preferred, offered, context_);
+      };
+    }
+    auto fetched = engine::fetchLink(request);
+    if (context_.interactive) {
+      context_.err << "\r\033[K" << std::flush;
+    }
+    if (fetched) {
+      log::writef("download", log::Level::notice, "downloaded {}: {}", shown, fetched->file.filename().string());
+    } else {
+      log::writef("download", log::Level::error, "download of {} ended: {}", shown, fetched.error());
+    }
+    return fetched;
+  }
+
+  void clear() {
+    std::error_code error;
+    fs::remove_all(folder_, error);
+  }
+
+ private:
+  Context& context_;
+  fs::path folder_;
+};
+
 int add(const std::vector<std::string>& paths, const std::string& title, bool asJson, Context& context) {
   requireText(title, "--title");
   for (const auto& path : paths) {
@@ -333,7 +442,16 @@ int add(const std::vector<std::string>& paths, const std::string& title, bool as
   }
   const auto ffmpeg = locateFfmpeg("", context);
   auto editing = openForEditing(context);
-  std::vector<fs::path> given(paths.begin(), paths.end());
+  // Links are downloaded and imported one by one, after the paths.
+  std::vector<fs::path> given;
+  std::vector<std::string> links;
+  for (const auto& path : paths) {
+    if (LinkDownload::isLink(path)) {
+      links.push_back(path);
+    } else {
+      given.emplace_back(path);
+    }
+  }
   const auto candidates = engine::gatherCandidates(given);
   const InterruptCatcher catcher;
   engine::ImportOptions options;
@@ -357,9 +475,32 @@ int add(const std::vector<std::string>& paths, const std::string& title, bool as
                   << std::flush;
     };
   }
-  const auto lines = engine::importInto(editing.library, candidates, options);
+  auto lines = engine::importInto(editing.library, candidates, options);
   if (context.interactive) {
     context.err << "\r\033[K" << std::flush;
+  }
+  LinkDownloads downloads(editing.library.folder(), context);
+  for (const auto& link : links) {
+    if (!lines.empty() && lines.back().result == engine::ImportLine::Result::cancelled) {
+      break;
+    }
+    const auto shown = LinkDownload::withoutCredentials(link);
+    auto fetched = downloads.fetch(link);
+    if (!fetched) {
+      const bool stoppedHere = fetched.error() == engine::fetchStoppedText;
+      lines.push_back(engine::ImportLine{
+          shown, stoppedHere ? engine::ImportLine::Result::cancelled : engine::ImportLine::Result::refused,
+          stoppedHere ? "" : fetched.error(), std::nullopt});
+      continue;
+    }
+    auto fromLink = options;
+    fromLink.fetchedFrom = fetched->metadata;
+    auto imported = engine::importInto(editing.library, {engine::ImportCandidate{fetched->file, false}}, fromLink);
+    downloads.clear();
+    for (auto& line : imported) {
+      line.source = shown;
+      lines.push_back(std::move(line));
+    }
   }
   bool anyRefused = false;
   bool stopped = false;

@@ -125,7 +125,16 @@ class Importer {
 
     LibraryItem item;
     item.kind = offer.kind;
-    item.title = LibraryRules::titleFor(path.string(), isFolder, options_.title);
+    const auto& fetched = options_.fetchedFrom;
+    item.title = LibraryRules::titleFor(path.string(), isFolder,
+                                        options_.title || !fetched ? options_.title : std::optional(fetched->title));
+    if (fetched) {
+      item.source = fetched->provider;
+      item.sourceURL = fetched->sourceURL;
+      item.author = fetched->author;
+      item.authorURL = fetched->authorURL;
+      item.licence = fetched->licence;
+    }
     item.sha256 = offer.sha256.value_or("");  // the rules import nothing unhashed
     item.sizeBytes = sizeOf(path, isFolder);
     item.addedUTC = options_.now;

@@ -35,7 +35,10 @@ struct ImportProgress {
 
 struct ImportOptions {
   std::optional<std::string> title;  // for every file imported (the rules' "given" title)
-  std::filesystem::path ffmpeg;      // writes the thumbnails
+  // Where a downloaded file came from: its title (unless `title` is given), the site as the
+  // item's `source`, the page, the author and the licence.
+  std::optional<VideoMetadata> fetchedFrom;
+  std::filesystem::path ffmpeg;  // writes the thumbnails
   Date now{};
   const std::atomic<bool>* stop = nullptr;
   std::function<void(const ImportProgress&)> progress;

@@ -1,0 +1,262 @@
+// `library add LINK` with the real downloader (Debian's yt-dlp) against a web server on this
+// machine (Python's, with a slow path for Ctrl-C), serving media made by the real ffmpeg.
+#include "cli/cli_fixture.hpp"
+#include "core/diagnostics/log.hpp"
+#include "core/support/json.hpp"
+#include "engine/process.hpp"
+#include "support/clips.hpp"
+
+#include <fmt/format.h>
+
+#include <csignal>
+#include <fstream>
+#include <thread>
+
+namespace korvalen::cli {
+namespace {
+
+namespace fs = std::filesystem;
+using ::testing::Not;
+using testing::readText;
+
+// Serves `root` on a free port of 127.0.0.1 and prints the port; "/slow/NAME" sends NAME a
+// little at a time, so a download can be interrupted halfway.
+constexpr std::string_view serverScript = R"PY(
+import http.server, os, sys, time
+root = sys.argv[1]
+class Handler(http.server.SimpleHTTPRequestHandler):
+    def __init__(self, *a, **k):
+        super().__init__(*a, directory=root, **k)
+    def log_message(self, *a):
+        pass
+    def do_GET(self):
+        if not self.path.startswith("/slow/"):
+            return super().do_GET()
+        path = os.path.join(root, self.path[len("/slow/"):].split("?")[0])
+        data = open(path, "rb").read()
+        self.send_response(200)
+        self.send_header("Content-Type", "video/mp4")
+        self.send_header("Content-Length", str(len(data)))
+        self.end_headers()
+        for i in range(0, len(data), 4096):
+            self.wfile.write(data[i:i + 4096])
+            time.sleep(0.05)
+server = http.server.ThreadingHTTPServer(("127.0.0.1", 0), Handler)
+print(server.server_address[1], flush=True)
+server.serve_forever()
+)PY";
+
+class LinkDownloads : public Cli {
+ protected:
+  void SetUp() override {
+    ffmpeg = systemFfmpeg();
+    if (!engine::findExecutable("yt-dlp", environment["PATH"])) {
+      GTEST_FAIL() << "these tests need yt-dlp (scripts/setup.sh installs it)";
+    }
+    environment["XDG_DATA_HOME"] = (folder / "data").string();
+    environment["HOME"] = (folder / "home").string();
+    fs::create_directories(folder / "site");
+    // A clip with sound, one with a poster-worthy picture, and an HLS stream in two heights.
+    testing::makeMedia(ffmpeg, folder / "site/sea.mp4",
+                       {"-f", "lavfi", "-i", "testsrc2=s=320x180:r=25:d=2", "-f", "lavfi", "-i", "sine=duration=2",
+                        "-c:v", "libx264", "-preset", "ultrafast", "-pix_fmt", "yuv420p", "-c:a", "aac", "-shortest"});
+    std::ofstream(folder / "site/page.html") << "<html><body>No video here.</body></html>";
+    std::ofstream(folder / "server.py") << serverScript;
+    auto started = engine::ChildProcess::start("/usr/bin/python3",
+                                               {"-u", (folder / "server.py").string(), (folder / "site").string()});
+    ASSERT_TRUE(started) << started.error();
+    server.emplace(std::move(*started));
+    std::string out;
+    std::string err;
+    for (int i = 0; i < 100 && out.find('\n') == std::string::npos; ++i) {
+      server->pump(out, err, std::chrono::milliseconds(50));
+    }
+    ASSERT_NE(out.find('\n'), std::string::npos) << "the web server did not start: " << err;
+    base = "http://127.0.0.1:" + out.substr(0, out.find('\n'));
+  }
+  void TearDown() override {
+    if (server) {
+      server->terminate();
+    }
+  }
+
+  // An HLS stream in two heights, with the master playlist that offers both.
+  void makeStream() {
+    fs::create_directories(folder / "site/hls");
+    const std::vector<std::string> arguments{"-v",
+                                             "error",
+                                             "-f",
+                                             "lavfi",
+                                             "-i",
+                                             "testsrc2=s=640x360:r=25:d=2",
+                                             "-filter_complex",
+                                             "[0:v]split=2[a][b];[b]scale=320:180[c]",
+                                             "-map",
+                                             "[a]",
+                                             "-map",
+                                             "[c]",
+                                             "-c:v",
+                                             "libx264",
+                                             "-preset",
+                                             "ultrafast",
+                                             "-pix_fmt",
+                                             "yuv420p",
+                                             "-f",
+                                             "hls",
+                                             "-hls_time",
+                                             "1",
+                                             "-hls_playlist_type",
+                                             "vod",
+                                             "-var_stream_map",
+                                             "v:0 v:1",
+                                             (folder / "site/hls/v%v.m3u8").string()};
+    const auto made = engine::run(ffmpeg, arguments);
+    ASSERT_TRUE(made && made->exitCode == 0) << (made ? made->error : made.error());
+    std::ofstream(folder / "site/hls/master.m3u8") << "#EXTM3U\n"
+                                                      "#EXT-X-STREAM-INF:BANDWIDTH=800000,RESOLUTION=640x360\n"
+                                                      "v0.m3u8\n"
+                                                      "#EXT-X-STREAM-INF:BANDWIDTH=300000,RESOLUTION=320x180\n"
+                                                      "v1.m3u8\n";
+  }
+
+  json::Json item(const std::string& id) {
+    const auto shown = run({"library", "show", id, "--json"});
+    EXPECT_EQ(shown.status, ok) << shown.err;
+    return json::parse(shown.out).value_or(json::Json());
+  }
+  [[nodiscard]] fs::path libraryFolder() const { return folder / "data/Korvalen/Library"; }
+  void setting(const std::string& assignment) { ASSERT_EQ(run({"settings", "set", assignment}).status, ok); }
+
+  // The log lines written so far, one a line, as the platform writes them.
+  [[nodiscard]] std::string logged() const {
+    std::string all;
+    for (const auto& line : log.lines()) {
+      all += log::formatLine(line) + "\n";
+    }
+    return all;
+  }
+
+  log::Capture log;
+  fs::path ffmpeg;
+  std::optional<engine::ChildProcess> server;
+  std::string base;
+};
+
+TEST_F(LinkDownloads, ALinkIsImportedWithWhereItCameFromAndNoCredentialAnywhere) {
+  const auto link = base + "/sea.mp4?token=abcdefgh12&v=1";
+  const auto withSecrets = "http://mary:s3cretpw@" + base.substr(7) + "/sea.mp4?token=abcdefgh12&v=1";
+  const auto added = run({"library", "add", withSecrets});
+  ASSERT_EQ(added.status, ok) << added.err;
+  const auto clean = base + "/sea.mp4?v=1";
+  EXPECT_THAT(added.out, HasSubstr("imported " + clean + " as item 1: video \"sea\", 320x180"));
+  EXPECT_THAT(logged(), HasSubstr("download default: downloading " + clean + "\n"));
+  EXPECT_THAT(logged(), HasSubstr("download default: downloaded " + clean + ": sea.mp4\n"));
+  auto imported = item("1");
+  EXPECT_EQ(imported["source"], "127.0.0.1:" + base.substr(base.rfind(':') + 1));
+  EXPECT_EQ(imported["sourceURL"], clean);
+  EXPECT_EQ(imported["relativePath"], "items/1/sea.mp4");
+  // includeAudio is off by default: the sound track is gone, the picture untouched.
+  EXPECT_EQ(imported["hasAudio"], false);
+  EXPECT_EQ(imported["codec"], "h264");
+  EXPECT_FALSE(fs::exists(libraryFolder() / ".downloads"));
+  const auto library = readText(libraryFolder() / "library.json");
+  for (const auto* secret : {"s3cretpw", "abcdefgh12", "mary"}) {
+    EXPECT_THAT(added.out + added.err + logged() + library, Not(HasSubstr(secret))) << secret;
+  }
+  // The same content again is a duplicate, however it comes.
+  const auto again = run({"library", "add", link});
+  EXPECT_EQ(again.status, ok) << again.err;
+  EXPECT_THAT(again.out, HasSubstr(link.substr(0, link.find('?')) + "?v=1: already in the library as item 1"));
+
+  // With sound asked for, the sound stays.
+  fs::remove_all(folder / "data/Korvalen/Library");
+  setting("import.includeAudio=true");
+  ASSERT_EQ(run({"library", "add", base + "/sea.mp4"}).status, ok);
+  EXPECT_EQ(item("1")["hasAudio"], true);
+}
+
+TEST_F(LinkDownloads, TheHeightPreferredOrTheNearestAndAskedOnATerminal) {
+  ASSERT_NO_FATAL_FAILURE(makeStream());
+  const auto stream = base + "/hls/master.m3u8";
+  setting("import.preferredHeight=360");
+  const auto exact = run({"library", "add", stream, "--title", "Exact"});
+  ASSERT_EQ(exact.status, ok) << exact.out << exact.err << logged();
+  EXPECT_EQ(item("1")["height"], 360);
+
+  // 240 is not offered: off a terminal, the nearest below, said in one line.
+  setting("import.preferredHeight=240");
+  fs::remove_all(folder / "data/Korvalen/Library");
+  auto added = run({"library", "add", stream});
+  ASSERT_EQ(added.status, ok) << added.err;
+  EXPECT_THAT(added.err, HasSubstr("note: 240p is not offered; taking 180p (the nearest below)"));
+  EXPECT_EQ(item("1")["height"], 180);
+
+  // On a terminal it asks, and takes the answer (after a wrong one).
+  fs::remove_all(folder / "data/Korvalen/Library");
+  interactive = true;
+  input = "1080\n360p\n";
+  added = run({"library", "add", stream});
+  ASSERT_EQ(added.status, ok) << added.err;
+  EXPECT_THAT(added.err, HasSubstr("240p is not offered; offered: 180p, 360p. Which height?"));
+  EXPECT_THAT(added.err, HasSubstr("one of 180p, 360p, please"));
+  EXPECT_EQ(item("1")["height"], 360);
+}
+
+TEST_F(LinkDownloads, AFailedDownloadLeavesNothingAndSaysWhyInOneLine) {
+  struct Case {
+    std::string link;
+    std::string reason;
+  };
+  for (const auto& c : std::vector<Case>{
+           {base + "/none.mp4", "HTTP Error 404"},
+           {base + "/page.html", "Unsupported URL"},
+           {"http://127.0.0.1:9/clip.mp4", "Connection refused"},
+       }) {
+    const auto added = run({"library", "add", c.link});
+    EXPECT_EQ(added.status, failed) << c.link;
+    EXPECT_THAT(added.out, HasSubstr("refused " + c.link + ": cannot read " + c.link + ": ")) << added.out;
+    EXPECT_THAT(added.out, HasSubstr(c.reason));
+    EXPECT_EQ(std::count(added.out.begin(), added.out.end(), '\n'), 1) << added.out;
+    EXPECT_THAT(logged(), HasSubstr("download error: download of " + c.link + " ended: cannot read"));
+    EXPECT_FALSE(fs::exists(libraryFolder() / ".downloads"));
+    EXPECT_FALSE(fs::exists(libraryFolder() / "items/1"));
+  }
+  // Without the downloader.
+  fs::create_directories(folder / "bin");
+  fs::create_symlink(ffmpeg, folder / "bin/ffmpeg");
+  environment["PATH"] = (folder / "bin").string();
+  const auto none = run({"library", "add", base + "/sea.mp4"});
+  EXPECT_EQ(none.status, failed);
+  EXPECT_THAT(none.out, HasSubstr("the downloader (yt-dlp) was not found"));
+}
+
+TEST_F(LinkDownloads, CtrlCStopsADownloadAndLeavesNoPartialFile) {
+  testing::makeMedia(ffmpeg, folder / "site/long.mp4",
+                     {"-f", "lavfi", "-i", "testsrc2=s=640x360:r=25:d=10", "-c:v", "libx264", "-preset", "ultrafast",
+                      "-pix_fmt", "yuv420p"});
+  const auto link = base + "/slow/long.mp4";
+  auto child = engine::ChildProcess::start(
+      "/usr/bin/env", {"XDG_DATA_HOME=" + environment["XDG_DATA_HOME"], "HOME=" + environment["HOME"],
+                       "PATH=" + environment["PATH"], KORVALEN_EXECUTABLE, "library", "add", link});
+  ASSERT_TRUE(child) << child.error();
+  // Interrupt once part of the file is there.
+  bool partial = false;
+  for (int wait = 0; wait < 400 && !partial; ++wait) {
+    std::error_code error;
+    for (const auto& entry : fs::directory_iterator(libraryFolder() / ".downloads", error)) {
+      partial = partial || (entry.is_regular_file() && entry.file_size() > 0);
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(25));
+  }
+  ASSERT_TRUE(partial) << "the download never started";
+  ::kill(child->pid(), SIGINT);
+  std::string output;
+  std::string error;
+  EXPECT_EQ(child->wait(output, error), failed) << error;
+  EXPECT_THAT(output, HasSubstr("stopped at " + link + ": nothing of it was added"));
+  EXPECT_FALSE(fs::exists(libraryFolder() / ".downloads"));
+  EXPECT_FALSE(fs::exists(libraryFolder() / "items/1"));
+}
+
+}  // namespace
+}  // namespace korvalen::cli
