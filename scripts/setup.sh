@@ -14,7 +14,7 @@ packages=(
   libsdl2-dev libx11-dev libxrandr-dev libxext-dev libsystemd-dev xvfb x11-apps x11-xserver-utils
   openbox i3-wm picom wmctrl x11-utils dbus-daemon python3-dbusmock
   libwayland-dev wayland-protocols librust-wayland-protocols-dev sway grim foot
-  yt-dlp
+  yt-dlp sqv libcurl4-openssl-dev gpg gpg-agent
   fonts-dejavu-core
 )
 

@@ -35,6 +35,7 @@ int run(const std::vector<std::string>& arguments, Context& context) {
   addPolicyCommands(app, context, action);
   addMediaCommands(app, context, action);
   addLibraryCommands(app, context, action);
+  addToolsCommands(app, context, action);
   addPlannerCommands(app, context, action);
   addWallpaperCommands(app, context, action);
   addPingPongCommands(app, context, action);

@@ -106,6 +106,12 @@ Date parseInstant(const std::string& text, const TimeZone& zone, std::string_vie
 // The zone given with --tz, else TZ's, else this machine's.
 const TimeZone& zoneNamed(const std::string& name, const Context& context);
 void addPlannerCommands(CLI::App& app, Context& context, Action& action);
+void addToolsCommands(CLI::App& app, Context& context, Action& action);
+// The Korvalen folder's "tools/", where the managed downloader lives.
+std::filesystem::path toolsFolder(const Context& context);
+// Before a download, with `autoUpdateDownloader`: a check for a newer downloader when the
+// last is more than a day old. A failed check is a note, never a failure.
+void updateDownloaderIfDue(const KorvalenSettings& settings, Context& context);
 void addWallpaperCommands(CLI::App& app, Context& context, Action& action);
 
 // "2026-05-01 07:30 CEST".

@@ -379,10 +379,10 @@ class LinkDownloads {
     if (settings.problem) {
       throw Failure(*settings.problem);
     }
-    const auto korvalen = paths::korvalenFolder(paths::homeFolder(context_.environment), context_.environment);
-    const auto downloader = engine::findDownloader(korvalen / "tools", context_.environment("PATH").value_or(""));
     const auto shown = LinkDownload::withoutCredentials(link);
     log::writef("download", log::Level::notice, "downloading {}", shown);
+    updateDownloaderIfDue(settings.settings, context_);
+    const auto downloader = engine::findDownloader(toolsFolder(context_), context_.environment("PATH").value_or(""));
     if (!downloader) {
       const auto why = fmt::format(
           "cannot download {}: the downloader (yt-dlp) was not found; install it "

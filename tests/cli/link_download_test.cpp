@@ -55,6 +55,8 @@ class LinkDownloads : public Cli {
     }
     environment["XDG_DATA_HOME"] = (folder / "data").string();
     environment["HOME"] = (folder / "home").string();
+    // Never a check of the downloader's releases on the network (the tools tests try that).
+    ASSERT_EQ(run({"settings", "set", "tools.autoUpdateDownloader=false"}).status, ok);
     fs::create_directories(folder / "site");
     // A clip with sound, one with a poster-worthy picture, and an HLS stream in two heights.
     testing::makeMedia(ffmpeg, folder / "site/sea.mp4",
