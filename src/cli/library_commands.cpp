@@ -397,7 +397,8 @@ class LinkDownloads {
     request.downloader = *downloader;
     request.ffmpeg = locateFfmpeg("", context_);
     request.staging = folder_;
-    request.home = paths::homeFolder(context_.environment);
+    // Where the downloader itself would look: the HOME variable first.
+    request.home = context_.environment("HOME").value_or(paths::homeFolder(context_.environment).string());
     request.stop = &interrupted;
     request.note = [&](const std::string& line) { context_.err << "note: " << line << "\n" << std::flush; };
     if (context_.interactive) {

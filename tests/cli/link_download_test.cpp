@@ -232,6 +232,25 @@ TEST_F(LinkDownloads, AFailedDownloadLeavesNothingAndSaysWhyInOneLine) {
   EXPECT_THAT(none.out, HasSubstr("the downloader (yt-dlp) was not found"));
 }
 
+TEST_F(LinkDownloads, SigningInWithABrowsersCookies) {
+  // "auto" with no browser profile in the home folder: said, and no cookies.
+  setting("import.signInBrowser=auto");
+  auto added = run({"library", "add", base + "/sea.mp4"});
+  ASSERT_EQ(added.status, ok) << added.out << added.err;
+  EXPECT_THAT(added.err, HasSubstr("note: no browser profile found for signInBrowser auto"));
+  // A named browser's cookies are asked for, and their absence is the one-line reason.
+  setting("import.signInBrowser=firefox");
+  added = run({"library", "add", base + "/page.html"});
+  EXPECT_EQ(added.status, failed);
+  EXPECT_THAT(added.out,
+              HasSubstr("could not find firefox cookies database in " + environment["HOME"] + "/.mozilla/firefox"));
+  // "auto" takes the first browser with a profile.
+  fs::create_directories(folder / "home/.config/chromium");
+  setting("import.signInBrowser=auto");
+  added = run({"library", "add", base + "/page.html"});
+  EXPECT_THAT(added.err, HasSubstr("note: signing in with chromium's cookies (signInBrowser is auto)"));
+}
+
 TEST_F(LinkDownloads, CtrlCStopsADownloadAndLeavesNoPartialFile) {
   testing::makeMedia(ffmpeg, folder / "site/long.mp4",
                      {"-f", "lavfi", "-i", "testsrc2=s=640x360:r=25:d=10", "-c:v", "libx264", "-preset", "ultrafast",

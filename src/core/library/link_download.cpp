@@ -169,14 +169,22 @@ std::string scrubbed(std::string_view text, std::string_view link) {
 }
 
 std::string failureFrom(std::string_view errors, std::string_view link) {
+  // Its last "ERROR:" line; else (a crash) the last line it wrote.
   std::string_view last;
+  std::string_view lastLine;
   for (auto rest = errors; !rest.empty();) {
     const auto end = rest.find('\n');
     const auto line = rest.substr(0, end);
     if (line.starts_with("ERROR: ")) {
       last = line.substr(7);
     }
+    if (!text::trimWhitespaceAndNewlines(line).empty()) {
+      lastLine = line;
+    }
     rest = end == std::string_view::npos ? std::string_view{} : rest.substr(end + 1);
+  }
+  if (last.empty()) {
+    last = lastLine;
   }
   // "[extractor] id: what happened (caused by ...); please report this issue ..."
   if (last.starts_with('[')) {

@@ -59,14 +59,29 @@ std::string failed(const LinkFetch& request, const Ran& ran, std::string_view do
   return fmt::format("cannot {} {}: {}", doing, LinkDownload::withoutCredentials(request.link), why);
 }
 
-// The browser whose sign-in cookies go with the requests; nothing for "off".
+// Where a browser keeps its profiles under the home folder; empty for one with none here.
+fs::path profilesOf(std::string_view browser, const fs::path& home) {
+  for (const auto& profile : LinkDownload::browserProfiles()) {
+    if (profile.browser == browser) {
+      return home / profile.folder;
+    }
+  }
+  return {};
+}
+
+// The browser whose sign-in cookies go with the requests, with the folder of its profiles
+// (the downloader's "BROWSER:PROFILE"); nothing for "off".
 std::optional<std::string> cookiesFrom(const LinkFetch& request) {
   const auto& wanted = request.settings.signInBrowser;
   if (wanted == "off" || wanted.empty()) {
     return std::nullopt;
   }
+  const auto with = [&](std::string_view browser) {
+    const auto profiles = profilesOf(browser, request.home);
+    return profiles.empty() ? std::string(browser) : fmt::format("{}:{}", browser, profiles.string());
+  };
   if (wanted != "auto") {
-    return wanted;
+    return with(wanted);
   }
   for (const auto& profile : LinkDownload::browserProfiles()) {
     std::error_code error;
@@ -74,7 +89,7 @@ std::optional<std::string> cookiesFrom(const LinkFetch& request) {
       if (request.note) {
         request.note(fmt::format("signing in with {}'s cookies (signInBrowser is auto)", profile.browser));
       }
-      return std::string(profile.browser);
+      return with(profile.browser);
     }
   }
   if (request.note) {

@@ -69,7 +69,10 @@ TEST(LinkDownload, TheDownloadersReasonInOneLine) {
            {"WARNING: slow\nERROR: [youtube] abc123: Video unavailable\n", "Video unavailable"},
            {"ERROR: Unsupported URL: https://example.com/\n", "Unsupported URL: https://example.com/"},
            {"ERROR: first\nERROR: [generic] Requested format is not available\n", "Requested format is not available"},
-           {"Traceback ...\n", ""},
+           {"Traceback (most recent call last):\n  File \"x\"\nFileNotFoundError: could not find firefox cookies "
+            "database in /h/.mozilla/firefox\n\n",
+            "FileNotFoundError: could not find firefox cookies database in /h/.mozilla/firefox"},
+           {"", ""},
        }) {
     EXPECT_EQ(LinkDownload::failureFrom(c.errors, "https://example.com/"), c.reason) << c.errors;
   }
