@@ -191,6 +191,7 @@ TEST_F(LinkDownloads, TheHeightPreferredOrTheNearestAndAskedOnATerminal) {
   auto added = run({"library", "add", stream});
   ASSERT_EQ(added.status, ok) << added.err;
   EXPECT_THAT(added.err, HasSubstr("note: 240p is not offered; taking 180p (the nearest below)"));
+  EXPECT_THAT(added.err, Not(HasSubstr("% of ")));  // quiet off a terminal
   EXPECT_EQ(item("1")["height"], 180);
 
   // On a terminal it asks, and takes the answer (after a wrong one).
@@ -201,6 +202,7 @@ TEST_F(LinkDownloads, TheHeightPreferredOrTheNearestAndAskedOnATerminal) {
   ASSERT_EQ(added.status, ok) << added.err;
   EXPECT_THAT(added.err, HasSubstr("240p is not offered; offered: 180p, 360p. Which height?"));
   EXPECT_THAT(added.err, HasSubstr("one of 180p, 360p, please"));
+  EXPECT_THAT(added.err, HasSubstr("% of "));  // the progress line
   EXPECT_EQ(item("1")["height"], 360);
 }
 
