@@ -1,10 +1,11 @@
 // `library add LINK` with the real downloader (Debian's yt-dlp) against a web server on this
-// machine (Python's, with a slow path for Ctrl-C), serving media made by the real ffmpeg.
+// machine (Python's), serving media made by the real ffmpeg.
 #include "cli/cli_fixture.hpp"
 #include "core/diagnostics/log.hpp"
 #include "core/support/json.hpp"
 #include "engine/process.hpp"
 #include "support/clips.hpp"
+#include "support/web_server.hpp"
 
 #include <fmt/format.h>
 
@@ -18,33 +19,6 @@ namespace {
 namespace fs = std::filesystem;
 using ::testing::Not;
 using testing::readText;
-
-// Serves `root` on a free port of 127.0.0.1 and prints the port; "/slow/NAME" sends NAME a
-// little at a time, so a download can be interrupted halfway.
-constexpr std::string_view serverScript = R"PY(
-import http.server, os, sys, time
-root = sys.argv[1]
-class Handler(http.server.SimpleHTTPRequestHandler):
-    def __init__(self, *a, **k):
-        super().__init__(*a, directory=root, **k)
-    def log_message(self, *a):
-        pass
-    def do_GET(self):
-        if not self.path.startswith("/slow/"):
-            return super().do_GET()
-        path = os.path.join(root, self.path[len("/slow/"):].split("?")[0])
-        data = open(path, "rb").read()
-        self.send_response(200)
-        self.send_header("Content-Type", "video/mp4")
-        self.send_header("Content-Length", str(len(data)))
-        self.end_headers()
-        for i in range(0, len(data), 4096):
-            self.wfile.write(data[i:i + 4096])
-            time.sleep(0.05)
-server = http.server.ThreadingHTTPServer(("127.0.0.1", 0), Handler)
-print(server.server_address[1], flush=True)
-server.serve_forever()
-)PY";
 
 class LinkDownloads : public Cli {
  protected:
@@ -63,26 +37,11 @@ class LinkDownloads : public Cli {
                        {"-f", "lavfi", "-i", "testsrc2=s=320x180:r=25:d=2", "-f", "lavfi", "-i", "sine=duration=2",
                         "-c:v", "libx264", "-preset", "ultrafast", "-pix_fmt", "yuv420p", "-c:a", "aac", "-shortest"});
     std::ofstream(folder / "site/page.html") << "<html><body>No video here.</body></html>";
-    std::ofstream(folder / "server.py") << serverScript;
-    auto started = engine::ChildProcess::start("/usr/bin/python3",
-                                               {"-u", (folder / "server.py").string(), (folder / "site").string()});
-    ASSERT_TRUE(started) << started.error();
-    server.emplace(std::move(*started));
-    std::string out;
-    std::string err;
-    for (int i = 0; i < 100 && out.find('\n') == std::string::npos; ++i) {
-      server->pump(out, err, std::chrono::milliseconds(50));
-    }
-    ASSERT_NE(out.find('\n'), std::string::npos) << "the web server did not start: " << err;
-    base = "http://127.0.0.1:" + out.substr(0, out.find('\n'));
+    server.emplace(folder / "site");
+    ASSERT_FALSE(server->base().empty()) << server->error();
+    base = server->base();
   }
-  void TearDown() override {
-    if (server) {
-      server->terminate();
-    }
-  }
-
-  // An HLS stream in two heights, with the master playlist that offers both.
+  // An HLS stream in three heights, with the master playlist that offers them.
   void makeStream() {
     fs::create_directories(folder / "site/hls");
     const std::vector<std::string> arguments{"-v",
@@ -90,13 +49,15 @@ class LinkDownloads : public Cli {
                                              "-f",
                                              "lavfi",
                                              "-i",
-                                             "testsrc2=s=640x360:r=25:d=2",
+                                             "testsrc2=s=1920x1080:r=10:d=1",
                                              "-filter_complex",
-                                             "[0:v]split=2[a][b];[b]scale=320:180[c]",
+                                             "[0:v]split=3[a][b][c];[b]scale=1280:720[d];[c]scale=640:360[e]",
                                              "-map",
                                              "[a]",
                                              "-map",
-                                             "[c]",
+                                             "[d]",
+                                             "-map",
+                                             "[e]",
                                              "-c:v",
                                              "libx264",
                                              "-preset",
@@ -110,15 +71,17 @@ class LinkDownloads : public Cli {
                                              "-hls_playlist_type",
                                              "vod",
                                              "-var_stream_map",
-                                             "v:0 v:1",
+                                             "v:0 v:1 v:2",
                                              (folder / "site/hls/v%v.m3u8").string()};
     const auto made = engine::run(ffmpeg, arguments);
     ASSERT_TRUE(made && made->exitCode == 0) << (made ? made->error : made.error());
     std::ofstream(folder / "site/hls/master.m3u8") << "#EXTM3U\n"
-                                                      "#EXT-X-STREAM-INF:BANDWIDTH=800000,RESOLUTION=640x360\n"
+                                                      "#EXT-X-STREAM-INF:BANDWIDTH=4000000,RESOLUTION=1920x1080\n"
                                                       "v0.m3u8\n"
-                                                      "#EXT-X-STREAM-INF:BANDWIDTH=300000,RESOLUTION=320x180\n"
-                                                      "v1.m3u8\n";
+                                                      "#EXT-X-STREAM-INF:BANDWIDTH=2000000,RESOLUTION=1280x720\n"
+                                                      "v1.m3u8\n"
+                                                      "#EXT-X-STREAM-INF:BANDWIDTH=800000,RESOLUTION=640x360\n"
+                                                      "v2.m3u8\n";
   }
 
   json::Json item(const std::string& id) {
@@ -140,7 +103,7 @@ class LinkDownloads : public Cli {
 
   log::Capture log;
   fs::path ffmpeg;
-  std::optional<engine::ChildProcess> server;
+  std::optional<testing::WebServer> server;
   std::string base;
 };
 
@@ -180,30 +143,47 @@ TEST_F(LinkDownloads, ALinkIsImportedWithWhereItCameFromAndNoCredentialAnywhere)
 TEST_F(LinkDownloads, TheHeightPreferredOrTheNearestAndAskedOnATerminal) {
   ASSERT_NO_FATAL_FAILURE(makeStream());
   const auto stream = base + "/hls/master.m3u8";
-  setting("import.preferredHeight=360");
-  const auto exact = run({"library", "add", stream, "--title", "Exact"});
-  ASSERT_EQ(exact.status, ok) << exact.out << exact.err << logged();
-  EXPECT_EQ(item("1")["height"], 360);
+  struct Case {
+    std::int64_t preferred;
+    std::int64_t height;
+    std::string notice;
+  };
+  for (const auto& c : std::vector<Case>{
+           {720, 720, ""},
+           {0, 1080, ""},
+           // Not offered: off a terminal, the nearest below, said in one line.
+           {480, 360, "note: 480p is not offered; taking 360p (the nearest below)\n"},
+           {240, 360, "note: 240p is not offered; taking 360p (nothing is offered below it)\n"},
+       }) {
+    fs::remove_all(libraryFolder());
+    setting(fmt::format("import.preferredHeight={}", c.preferred));
+    const auto added = run({"library", "add", stream});
+    ASSERT_EQ(added.status, ok) << added.out << added.err;
+    EXPECT_EQ(item("1")["height"], c.height) << c.preferred;
+    EXPECT_EQ(added.err, c.notice);  // and no progress off a terminal
+  }
 
-  // 240 is not offered: off a terminal, the nearest below, said in one line.
-  setting("import.preferredHeight=240");
-  fs::remove_all(folder / "data/Korvalen/Library");
-  auto added = run({"library", "add", stream});
-  ASSERT_EQ(added.status, ok) << added.err;
-  EXPECT_THAT(added.err, HasSubstr("note: 240p is not offered; taking 180p (the nearest below)"));
-  EXPECT_THAT(added.err, Not(HasSubstr("% of ")));  // quiet off a terminal
-  EXPECT_EQ(item("1")["height"], 180);
-
-  // On a terminal it asks, and takes the answer (after a wrong one).
-  fs::remove_all(folder / "data/Korvalen/Library");
+  // On a terminal it asks, and takes the answer (after a wrong one), with a progress line.
+  fs::remove_all(libraryFolder());
+  setting("import.preferredHeight=480");
   interactive = true;
-  input = "1080\n360p\n";
-  added = run({"library", "add", stream});
+  input = "1440\n720p\n";
+  const auto added = run({"library", "add", stream});
   ASSERT_EQ(added.status, ok) << added.err;
-  EXPECT_THAT(added.err, HasSubstr("240p is not offered; offered: 180p, 360p. Which height?"));
-  EXPECT_THAT(added.err, HasSubstr("one of 180p, 360p, please"));
-  EXPECT_THAT(added.err, HasSubstr("% of "));  // the progress line
-  EXPECT_EQ(item("1")["height"], 360);
+  EXPECT_THAT(added.err, HasSubstr("480p is not offered; offered: 360p, 720p, 1080p. Which height?"));
+  EXPECT_THAT(added.err, HasSubstr("one of 360p, 720p, 1080p, please"));
+  EXPECT_THAT(added.err, HasSubstr("% of "));
+  EXPECT_EQ(item("1")["height"], 720);
+}
+
+TEST_F(LinkDownloads, APageWithAVideoElement) {
+  std::ofstream(folder / "site/watch.html") << "<html><head><title>Harbour at dawn</title></head><body><video "
+                                               "src=\"sea.mp4\" controls></video></body></html>";
+  const auto added = run({"library", "add", base + "/watch.html"});
+  ASSERT_EQ(added.status, ok) << added.out << added.err;
+  const auto imported = item("1");
+  EXPECT_EQ(imported["width"], 320);
+  EXPECT_EQ(imported["sourceURL"], base + "/watch.html");
 }
 
 TEST_F(LinkDownloads, AFailedDownloadLeavesNothingAndSaysWhyInOneLine) {
@@ -225,6 +205,13 @@ TEST_F(LinkDownloads, AFailedDownloadLeavesNothingAndSaysWhyInOneLine) {
     EXPECT_FALSE(fs::exists(libraryFolder() / ".downloads"));
     EXPECT_FALSE(fs::exists(libraryFolder() / "items/1"));
   }
+  // A server that stops halfway: read, but not downloaded.
+  const auto broken = run({"library", "add", base + "/broken/sea.mp4"});
+  EXPECT_EQ(broken.status, failed);
+  EXPECT_THAT(broken.out,
+              HasSubstr("refused " + base + "/broken/sea.mp4: cannot download " + base + "/broken/sea.mp4: "));
+  EXPECT_FALSE(fs::exists(libraryFolder() / ".downloads"));
+  EXPECT_FALSE(fs::exists(libraryFolder() / "items/1"));
   // Without the downloader.
   fs::create_directories(folder / "bin");
   fs::create_symlink(ffmpeg, folder / "bin/ffmpeg");

@@ -7,11 +7,14 @@
 #include "engine/file_hash.hpp"
 #include "engine/process.hpp"
 #include "support/clips.hpp"
+#include "support/web_server.hpp"
 
 #include <fmt/format.h>
 #include <sys/stat.h>
 
+#include <csignal>
 #include <fstream>
+#include <thread>
 
 namespace korvalen::cli {
 namespace {
@@ -31,24 +34,11 @@ class Tools : public Cli {
     ASSERT_NO_FATAL_FAILURE(key = makeKey("signer"));
     ASSERT_NO_FATAL_FAILURE(otherKey = makeKey("stranger"));
     fs::create_directories(folder / "site");
-    auto started = engine::ChildProcess::start(
-        "/usr/bin/python3",
-        {"-u", "-m", "http.server", "0", "--bind", "127.0.0.1", "--directory", (folder / "site").string()});
-    ASSERT_TRUE(started) << started.error();
-    server.emplace(std::move(*started));
-    std::string out;
-    std::string err;
-    for (int i = 0; i < 100 && out.find(" port ") == std::string::npos; ++i) {
-      server->pump(out, err, std::chrono::milliseconds(50));
-    }
-    const auto at = out.find(" port ");
-    ASSERT_NE(at, std::string::npos) << "the web server did not start: " << err;
-    base = "http://127.0.0.1:" + out.substr(at + 6, out.find(' ', at + 6) - at - 6);
+    server.emplace(folder / "site");
+    ASSERT_FALSE(server->base().empty()) << server->error();
+    base = server->base();
   }
   void TearDown() override {
-    if (server) {
-      server->terminate();
-    }
     for (const auto* home : {"signer", "stranger"}) {
       (void)engine::run("/usr/bin/env", {"GNUPGHOME=" + (folder / home).string(), "gpgconf", "--kill", "gpg-agent"});
     }
@@ -78,13 +68,14 @@ class Tools : public Cli {
 
   // A release at base/NAME: a program giving `version`, that marks when it is used and
   // otherwise is Debian's yt-dlp; its checksum file, signed by `signer`.
-  std::string release(const std::string& name, const std::string& version, const std::string& signer = "signer") {
+  std::string release(const std::string& name, const std::string& version, const std::string& signer = "signer",
+                      std::size_t padding = 0) {
     const auto dir = folder / "site" / name;
     fs::create_directories(dir);
     std::ofstream(dir / "yt-dlp") << fmt::format(
         "#!/bin/sh\nif [ \"$1\" = --version ]; then echo {}; exit 0; fi\ntouch \"$(dirname \"$0\")/used\"\n"
-        "exec /usr/bin/yt-dlp \"$@\"\n",
-        version);
+        "exec /usr/bin/yt-dlp \"$@\"\n#{}\n",
+        version, std::string(padding, 'x'));
     const auto hash = engine::sha256OfFile(dir / "yt-dlp");
     EXPECT_TRUE(hash);
     std::ofstream(dir / "SHA2-256SUMS") << "0000000000000000000000000000000000000000000000000000000000000000  other\n"
@@ -106,7 +97,7 @@ class Tools : public Cli {
   fs::path ffmpeg;
   fs::path key;
   fs::path otherKey;
-  std::optional<engine::ChildProcess> server;
+  std::optional<testing::WebServer> server;
   std::string base;
 };
 
@@ -157,6 +148,8 @@ TEST_F(Tools, AnythingWrongWithAReleaseKeepsTheCopyInUse) {
       << "0000000000000000000000000000000000000000000000000000000000000000  other\n";
   (void)gpg("signer", {"--detach-sign", "-o", (folder / "site/entry/SHA2-256SUMS.sig").string(),
                        (folder / "site/entry/SHA2-256SUMS").string()});
+  const auto unsigned_ = release("unsigned", "2099.06.01");
+  fs::remove(folder / "site/unsigned/SHA2-256SUMS.sig");
   struct Case {
     std::string location;
     std::string reason;
@@ -166,6 +159,7 @@ TEST_F(Tools, AnythingWrongWithAReleaseKeepsTheCopyInUse) {
            {tamperedSums, "does not verify against " + key.string()},
            {release("stranger", "2099.06.01", "stranger"), "does not verify against " + key.string()},
            {noEntry, "SHA2-256SUMS names no yt-dlp"},
+           {unsigned_, "cannot fetch " + unsigned_ + "/SHA2-256SUMS.sig"},
            {release("older", "2099.04.01"), "offers yt-dlp 2099.04.01, older than the 2099.05.01 in use"},
            {base + "/missing", "cannot fetch " + base + "/missing/SHA2-256SUMS"},
            {"http://127.0.0.1:9", "cannot fetch http://127.0.0.1:9/SHA2-256SUMS"},
@@ -237,6 +231,37 @@ TEST_F(Tools, ADownloadChecksForAnUpdateOnceADayAndAFailedCheckNeverBlocksIt) {
   ASSERT_EQ(run({"settings", "set", "tools.autoUpdateDownloader=false"}).status, ok);
   ASSERT_EQ(run({"library", "add", base + "/sea.mp4"}).status, ok);
   EXPECT_EQ(checks(), 2U);
+}
+
+TEST_F(Tools, KilledDuringAnUpdateTheDownloaderStillWorks) {
+  ASSERT_EQ(run({"tools", "update", "--from", release("good", "2099.05.01"), "--key", key.string()}).status, ok);
+  // A big program, sent slowly: killed while it arrives.
+  release("big", "2099.06.01", "signer", 4 * 1024 * 1024);
+  auto child = engine::ChildProcess::start(
+      "/usr/bin/env",
+      {"XDG_DATA_HOME=" + environment["XDG_DATA_HOME"], "HOME=" + environment["HOME"], "PATH=" + environment["PATH"],
+       KORVALEN_EXECUTABLE, "tools", "update", "--from", base + "/slow/big", "--key", key.string()});
+  ASSERT_TRUE(child) << child.error();
+  const auto arriving = folder / "data/Korvalen/tools/.update/yt-dlp";
+  bool started = false;
+  for (int wait = 0; wait < 400 && !started; ++wait) {
+    std::error_code error;
+    started = fs::exists(arriving, error) && fs::file_size(arriving, error) > 0;
+    std::this_thread::sleep_for(std::chrono::milliseconds(25));
+  }
+  ASSERT_TRUE(started) << "the program never started to arrive";
+  ::kill(child->pid(), SIGKILL);
+  std::string output;
+  std::string error;
+  EXPECT_EQ(child->wait(output, error), 128 + SIGKILL);
+  // The copy in use is whole and runs; the next update clears what the killed one left.
+  const auto version = engine::run(managed(), {"--version"});
+  ASSERT_TRUE(version);
+  EXPECT_EQ(version->output, "2099.05.01\n");
+  EXPECT_EQ(status()["version"], "2099.05.01");
+  EXPECT_EQ(run({"tools", "update", "--from", release("next", "2099.07.01"), "--key", key.string()}).out,
+            "installed yt-dlp 2099.07.01 (was 2099.05.01)\n");
+  EXPECT_FALSE(fs::exists(folder / "data/Korvalen/tools/.update"));
 }
 
 }  // namespace
