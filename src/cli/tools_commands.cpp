@@ -70,8 +70,8 @@ int update(const std::string& from, const std::string& key, bool checkOnly, bool
                      : result->outcome == Outcome::waiting ? "waiting"
                                                            : "upToDate";
     out["version"] = result->version;
-    if (result->previous) {
-      out["previous"] = *result->previous;
+    if (const auto& previous = result->previous; previous.has_value()) {
+      out["previous"] = *previous;
     }
     context.out << json::pretty(out);
   } else {

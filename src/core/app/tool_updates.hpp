@@ -46,7 +46,7 @@ struct ToolState {
 namespace korvalen::json {
 template <>
 struct Coding<ToolUpdates::ToolState> {
-  static Json encode(const ToolUpdates::ToolState& state, const Options& options);
+  static Json encode(const ToolUpdates::ToolState& value, const Options& options);
   [[nodiscard]] static Result<ToolUpdates::ToolState> decode(const Json& json, const Options& options);
 };
 }  // namespace korvalen::json
