@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # The live wallpaper's cost on Wayland, side by side in one run on a headless sway (pixman,
 # one 1920x1080 output) with the same 1080p30 clip: `korvalen wallpaper` on the background
-# layer against `mpv --vo=wlshm --hwdec=no` full screen in an ordinary window, as CPU (the
-# program's, every thread, plus sway's). Goal: the ratio no more than the X11 wallpaper's to
+# layer against `mpv --vo=wlshm --hwdec=no` in an ordinary window filling the output (and,
+# for reference, full screen), as CPU (the program's, every thread, plus sway's). Goal: the ratio no more than the X11 wallpaper's to
 # mpv on Xvfb (bench/wallpaper_vs_mpv.sh).
 # Usage: bench/wayland_vs_mpv.sh [SECONDS]   (as root, sway runs as nobody)
 set -euo pipefail
@@ -70,9 +70,15 @@ mp.add_periodic_timer(1, function()
 end)
 LUA
 chmod 644 "$work/mpv/frames.lua"
+# mpv in an ordinary window filling the output, which sway composes as it composes a
+# wallpaper; and full screen, which sway 1.7 hands to the output without composing (direct
+# scan-out), something no wallpaper can have: shown for reference.
 start_sway
-read -r mpv_cpu mpv_c < <(SWAY_EXEC=1 measure mpv --no-config --vo=wlshm --hwdec=no --ao=null --fs --loop=inf \
+read -r mpv_cpu mpv_c < <(SWAY_EXEC=1 measure mpv --no-config --vo=wlshm --hwdec=no --ao=null --loop=inf \
   --script="$work/mpv/frames.lua" "$clip")
+stop_sway
+start_sway
+read -r fs_cpu fs_c < <(SWAY_EXEC=1 measure mpv --no-config --vo=wlshm --hwdec=no --ao=null --fs --loop=inf "$clip")
 stop_sway
 start_sway
 ( sleep $((3 + seconds / 2)); "$korvalen" wallpaper status >"$work/status.txt" 2>&1 ) &
@@ -81,12 +87,13 @@ stop_sway
 
 ratio() { echo "($1) / ($2)" | bc -l | xargs printf '%.2f'; }
 printf '1080p30 on a headless sway at 1920x1080 for %s s (CPU s: program + compositor):\n' "$seconds"
-printf '  mpv --vo=wlshm --hwdec=no   %6.2f + sway %6.2f\n' "$mpv_cpu" "$mpv_c"
+printf '  mpv --vo=wlshm --hwdec=no   %6.2f + sway %6.2f   (a window filling the output)\n' "$mpv_cpu" "$mpv_c"
+printf '  mpv ... --fs                %6.2f + sway %6.2f   (full screen: scanned out, not composed)\n' "$fs_cpu" "$fs_c"
 printf '  korvalen wallpaper          %6.2f + sway %6.2f\n' "$wp_cpu" "$wp_c"
 printf '  mpv dropped %s of %s frames (%s frames/s); the wallpaper showed %s\n' \
   "$(cut -d' ' -f2 "$work/mpv/frames.txt" 2>/dev/null || echo '?')" \
   "$(cut -d' ' -f1 "$work/mpv/frames.txt" 2>/dev/null || echo '?')" \
   "$(cut -d' ' -f3 "$work/mpv/frames.txt" 2>/dev/null || echo '?')" \
   "$(grep -o '[0-9]* frames/s' "$work/status.txt" || echo '? frames/s')"
-printf '  wallpaper / mpv: %s (goal: at most the X11 wallpaper'"'"'s ratio on Xvfb)\n' \
-  "$(ratio "$wp_cpu + $wp_c" "$mpv_cpu + $mpv_c")"
+printf '  wallpaper / mpv: %s (goal: at most the X11 wallpaper'"'"'s ratio on Xvfb); against full screen %s\n' \
+  "$(ratio "$wp_cpu + $wp_c" "$mpv_cpu + $mpv_c")" "$(ratio "$wp_cpu + $wp_c" "$fs_cpu + $fs_c")"
