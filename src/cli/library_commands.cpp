@@ -9,6 +9,7 @@
 #include "core/library/link_download.hpp"
 #include "core/library/wallpaper_library.hpp"
 #include "core/playback/flash_guard.hpp"
+#include "core/support/numbers.hpp"
 #include "core/support/text.hpp"
 #include "engine/library/library_import.hpp"
 #include "engine/library/library_store.hpp"
@@ -19,7 +20,6 @@
 
 #include <fmt/format.h>
 
-#include <charconv>
 #include <chrono>
 #include <map>
 #include <ostream>
@@ -348,10 +348,8 @@ std::optional<std::int64_t> askForHeight(std::int64_t preferred, const std::vect
     if (answer.empty()) {
       return std::nullopt;
     }
-    std::int64_t height = 0;
-    const auto [end, error] = std::from_chars(answer.data(), answer.data() + answer.size(), height);
-    if (error == std::errc{} && end == answer.data() + answer.size() &&
-        std::find(offered.begin(), offered.end(), height) != offered.end()) {
+    if (const auto height = numbers::wholeNumber(answer);
+        height && std::find(offered.begin(), offered.end(), *height) != offered.end()) {
       return height;
     }
     context.err << fmt::format("one of {}p, please: ", fmt::join(offered, "p, ")) << std::flush;
@@ -359,12 +357,41 @@ std::optional<std::int64_t> askForHeight(std::int64_t preferred, const std::vect
   return std::nullopt;
 }
 
-// Downloads a link into a private folder beside the library, for import; the folder goes
-// whatever happens. The error line is without credentials.
+// Downloads links into a private folder beside the library, for import; the folder goes
+// whatever happens. The settings are read, the downloader checked for an update and found
+// once for all the links of one command. Error lines are without credentials.
 class LinkDownloads {
  public:
-  LinkDownloads(const fs::path& libraryRoot, Context& context) : context_(context) {
+  LinkDownloads(const fs::path& libraryRoot, const fs::path& ffmpeg, Context& context) : context_(context) {
     folder_ = libraryRoot / ".downloads";
+    const auto settings = Settings::read(settingsPath("", context_));
+    if (settings.problem) {
+      throw Failure(*settings.problem);
+    }
+    updateDownloaderIfDue(settings.settings, context_);
+    if (auto found = engine::findDownloader(toolsFolder(context_), context_.environment("PATH").value_or(""))) {
+      request_.downloader = *found;
+    }
+    request_.settings = settings.settings.import.sanitised();
+    request_.ffmpeg = ffmpeg;
+    request_.staging = folder_;
+    // Where the downloader itself would look: the HOME variable first.
+    request_.home = context_.environment("HOME").value_or(paths::homeFolder(context_.environment).string());
+    request_.stop = &interrupted;
+    request_.note = [this](const std::string& line) { context_.err << "note: " << line << "\n" << std::flush; };
+    if (context_.interactive) {
+      request_.progress =
+          [this, lastShown = std::chrono::steady_clock::time_point{}](const LinkDownload::Progress& progress) mutable {
+            const auto now = std::chrono::steady_clock::now();
+            if (now - lastShown >= std::chrono::milliseconds(200)) {
+              lastShown = now;
+              context_.err << "\r\033[K" << LinkDownload::describe(progress) << std::flush;
+            }
+          };
+      request_.askHeight = [this, preferred = request_.settings.preferredHeight](const auto& offered) {
+        return askForHeight(preferred, offered, context_);
+      };
+    }
   }
   LinkDownloads(const LinkDownloads&) = delete;
   LinkDownloads& operator=(const LinkDownloads&) = delete;
@@ -372,18 +399,9 @@ class LinkDownloads {
 
   std::expected<engine::Fetched, std::string> fetch(const std::string& link) {
     clear();
-    if (auto made = engine::makePrivateFolder(folder_); !made) {
-      return std::unexpected(fmt::format("cannot make {}: {}", folder_.string(), made.error()));
-    }
-    const auto settings = Settings::read(settingsPath("", context_));
-    if (settings.problem) {
-      throw Failure(*settings.problem);
-    }
     const auto shown = LinkDownload::withoutCredentials(link);
     log::writef("download", log::Level::notice, "downloading {}", shown);
-    updateDownloaderIfDue(settings.settings, context_);
-    const auto downloader = engine::findDownloader(toolsFolder(context_), context_.environment("PATH").value_or(""));
-    if (!downloader) {
+    if (request_.downloader.empty()) {
       const auto why = fmt::format(
           "cannot download {}: the downloader (yt-dlp) was not found; install it "
           "(apt-get install yt-dlp) or run korvalen tools update",
@@ -391,29 +409,11 @@ class LinkDownloads {
       log::writef("download", log::Level::error, "{}", why);
       return std::unexpected(why);
     }
-    engine::LinkFetch request;
-    request.link = link;
-    request.settings = settings.settings.import.sanitised();
-    request.downloader = *downloader;
-    request.ffmpeg = locateFfmpeg("", context_);
-    request.staging = folder_;
-    // Where the downloader itself would look: the HOME variable first.
-    request.home = context_.environment("HOME").value_or(paths::homeFolder(context_.environment).string());
-    request.stop = &interrupted;
-    request.note = [&](const std::string& line) { context_.err << "note: " << line << "\n" << std::flush; };
-    if (context_.interactive) {
-      auto lastShown = std::chrono::steady_clock::time_point{};
-      request.progress = [this, lastShown](const LinkDownload::Progress& progress) mutable {
-        const auto now = std::chrono::steady_clock::now();
-        if (now - lastShown >= std::chrono::milliseconds(200)) {
-          lastShown = now;
-          context_.err << "\r\033[K" << LinkDownload::describe(progress) << std::flush;
-        }
-      };
-      request.askHeight = [this, preferred = request.settings.preferredHeight](const auto& offered) {
-        return askForHeight(preferred, offered, context_);
-      };
+    if (auto made = engine::makePrivateFolder(folder_); !made) {
+      return std::unexpected(fmt::format("cannot make {}: {}", folder_.string(), made.error()));
     }
+    auto request = request_;
+    request.link = link;
     auto fetched = engine::fetchLink(request);
     if (context_.interactive) {
       context_.err << "\r\033[K" << std::flush;
@@ -434,6 +434,7 @@ class LinkDownloads {
  private:
   Context& context_;
   fs::path folder_;
+  engine::LinkFetch request_;  // all but the link
 };
 
 int add(const std::vector<std::string>& paths, const std::string& title, bool asJson, Context& context) {
@@ -480,13 +481,16 @@ int add(const std::vector<std::string>& paths, const std::string& title, bool as
   if (context.interactive) {
     context.err << "\r\033[K" << std::flush;
   }
-  LinkDownloads downloads(editing.library.folder(), context);
+  std::optional<LinkDownloads> downloads;
+  if (!links.empty()) {
+    downloads.emplace(editing.library.folder(), ffmpeg, context);
+  }
   for (const auto& link : links) {
     if (!lines.empty() && lines.back().result == engine::ImportLine::Result::cancelled) {
       break;
     }
     const auto shown = LinkDownload::withoutCredentials(link);
-    auto fetched = downloads.fetch(link);
+    auto fetched = downloads->fetch(link);
     if (!fetched) {
       const bool stoppedHere = fetched.error() == engine::fetchStoppedText;
       lines.push_back(engine::ImportLine{
@@ -497,7 +501,7 @@ int add(const std::vector<std::string>& paths, const std::string& title, bool as
     auto fromLink = options;
     fromLink.fetchedFrom = fetched->metadata;
     auto imported = engine::importInto(editing.library, {engine::ImportCandidate{fetched->file, false}}, fromLink);
-    downloads.clear();
+    downloads->clear();
     for (auto& line : imported) {
       line.source = shown;
       lines.push_back(std::move(line));
