@@ -5,6 +5,7 @@
 #include "cli/commands.hpp"
 #include "cli/interrupts.hpp"
 #include "core/library/ping_pong.hpp"
+#include "core/support/numbers.hpp"
 #include "core/support/paths.hpp"
 #include "engine/file_hash.hpp"
 #include "engine/ping_pong_builder.hpp"
@@ -36,20 +37,6 @@ fs::path cacheRoot(const std::string& given, const Context& context) {
     return given;
   }
   return paths::korvalenFolder(paths::homeFolder(context.environment), context.environment);
-}
-
-std::string readableBytes(std::int64_t bytes) {
-  constexpr std::array units{"KB", "MB", "GB", "TB"};
-  if (bytes < 1024) {
-    return fmt::format("{} B", bytes);
-  }
-  auto value = static_cast<double>(bytes) / 1024;
-  std::size_t unit = 0;
-  while (value >= 1024 && unit + 1 < units.size()) {
-    value /= 1024;
-    ++unit;
-  }
-  return fmt::format("{:.1f} {}", value, units.at(unit));
 }
 
 // What `assess` and `build` both take: the clip, its window, the memory budget and ffmpeg.
@@ -216,7 +203,7 @@ void addBuild(CLI::App& group, Context& context, Action& action) {
       const auto removed = PingPongBuilder::trimCache(request.cacheRoot, PingPongBuilder::cacheBudgetBytes, output);
       if (!removed.empty()) {
         context.out << fmt::format("Removed {} older copy(ies) to keep the cache within {}.\n", removed.size(),
-                                   readableBytes(PingPongBuilder::cacheBudgetBytes));
+                                   numbers::readableBytes(PingPongBuilder::cacheBudgetBytes));
       }
       context.out << output.string() << "\n";
       return ok;
@@ -279,10 +266,10 @@ void addCache(CLI::App& group, Context& context, Action& action) {
         context.out << fmt::format("No reversed copies are cached in {}.\n", (root / "cache" / "pingpong").string());
         return ok;
       }
-      context.out << fmt::format("{} cached copy(ies), {} in all, in {}:\n", entries.size(), readableBytes(total),
-                                 (root / "cache" / "pingpong").string());
+      context.out << fmt::format("{} cached copy(ies), {} in all, in {}:\n", entries.size(),
+                                 numbers::readableBytes(total), (root / "cache" / "pingpong").string());
       for (const auto& entry : entries) {
-        context.out << fmt::format("  {:>10}  last used {}  source {}  {}\n", readableBytes(entry.bytes),
+        context.out << fmt::format("  {:>10}  last used {}  source {}  {}\n", numbers::readableBytes(entry.bytes),
                                    ISO8601::plain().format(entry.lastUsed), sourceHash(entry).value_or("(no manifest)"),
                                    fs::path(entry.path).filename().string());
       }

@@ -1,6 +1,7 @@
 #include "core/library/link_download.hpp"
 
 #include "core/support/json.hpp"
+#include "core/support/numbers.hpp"
 #include "core/support/text.hpp"
 
 #include <fmt/format.h>
@@ -97,17 +98,7 @@ std::optional<std::string> stringAt(const json::Json& object, std::initializer_l
 }
 
 std::string bytes(double count) {
-  static constexpr std::array<std::string_view, 4> units{"KB", "MB", "GB", "TB"};
-  if (count < 1000) {
-    return fmt::format("{:.0f} B", count);
-  }
-  std::size_t unit = 0;
-  count /= 1000;
-  while (count >= 1000 && unit + 1 < units.size()) {
-    count /= 1000;
-    ++unit;
-  }
-  return fmt::format("{:.1f} {}", count, units[unit]);
+  return numbers::readableBytes(std::llround(count));
 }
 
 }  // namespace
@@ -302,10 +293,8 @@ std::optional<Progress> readProgress(std::string_view line) {
   std::array<std::optional<double>, 5> values;
   for (auto& value : values) {
     const auto end = line.find(' ');
-    const auto word = text::trimWhitespaceAndNewlines(line.substr(0, end));
-    double number = 0;
-    const auto [ptr, error] = std::from_chars(word.data(), word.data() + word.size(), number);
-    if (error == std::errc{} && ptr == word.data() + word.size() && std::isfinite(number) && number >= 0) {
+    const auto number = numbers::decimal(text::trimWhitespaceAndNewlines(line.substr(0, end)));
+    if (number && std::isfinite(*number) && *number >= 0) {
       value = number;
     }
     line = end == std::string_view::npos ? std::string_view{} : line.substr(end + 1);

@@ -1,6 +1,9 @@
 #include "core/support/numbers.hpp"
 
+#include <fmt/format.h>
+
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <cmath>
 
@@ -42,6 +45,20 @@ std::optional<double> decimal(std::string_view text) {
 
 double clampedOr(double value, double low, double high, double fallback) {
   return std::isfinite(value) ? std::clamp(value, low, high) : fallback;
+}
+
+std::string readableBytes(std::int64_t bytes) {
+  constexpr std::array units{"KB", "MB", "GB", "TB"};
+  if (bytes < 1024) {
+    return fmt::format("{} B", bytes);
+  }
+  auto value = static_cast<double>(bytes) / 1024;
+  std::size_t unit = 0;
+  while (value >= 1024 && unit + 1 < units.size()) {
+    value /= 1024;
+    ++unit;
+  }
+  return fmt::format("{:.1f} {}", value, units.at(unit));
 }
 
 }  // namespace korvalen::numbers

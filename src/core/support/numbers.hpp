@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <string_view>
 
 namespace korvalen::numbers {
@@ -15,5 +16,8 @@ double clampedOr(double value, double low, double high, double fallback);
 
 // The whole text as a decimal number with an optional sign ("2.5", "+1e3", "-0.25").
 std::optional<double> decimal(std::string_view text);
+
+// A size for people: "512 B", "1.5 KB", "20.0 MB" (units of 1024).
+std::string readableBytes(std::int64_t bytes);
 
 }  // namespace korvalen::numbers

@@ -147,11 +147,11 @@ TEST(LinkDownload, FormatSelection) {
 }
 
 TEST(LinkDownload, ProgressLines) {
-  const auto full = LinkDownload::readProgress("korvalen-progress 5000000 20000000 NA 1250000.5 12");
+  const auto full = LinkDownload::readProgress("korvalen-progress 5242880 20971520 NA 1363148.8 12");
   ASSERT_TRUE(full.has_value());
   EXPECT_EQ(LinkDownload::describe(*full), "25% of 20.0 MB at 1.3 MB/s, 12 s left");
   // The estimate stands in for an unknown total; a long wait in minutes.
-  const auto estimated = LinkDownload::readProgress("[download] korvalen-progress 1000 NA 4000 NA 125");
+  const auto estimated = LinkDownload::readProgress("[download] korvalen-progress 1024 NA 4096 NA 125");
   ASSERT_TRUE(estimated.has_value());
   EXPECT_EQ(LinkDownload::describe(*estimated), "25% of 4.0 KB, 2:05 left");
   const auto bare = LinkDownload::readProgress("korvalen-progress 512 NA NA NA NA");
