@@ -260,6 +260,20 @@ class WaylandWallpaper : public ::testing::Test {
     return true;
   }
 
+  // Waits until status lists two outputs, the first in `mode`; else what it said last.
+  ::testing::AssertionResult firstOf2Is(const std::string& mode) {
+    Json seen;
+    if (waitUntil(
+            [&] {
+              seen = status();
+              return seen.size() == 2 && seen[0]["mode"] == mode;
+            },
+            5s)) {
+      return ::testing::AssertionSuccess();
+    }
+    return ::testing::AssertionFailure() << seen.dump();
+  }
+
   // An output as the compositor composes it, through grim; empty when it cannot be read.
   Screenshot screenshot(const std::string& output) {
     const auto shot = folder_ / "shot.ppm";
@@ -350,29 +364,11 @@ TEST_F(WaylandWallpaper, ShowsOnEveryOutputBehindWindowsAndFollowsANewOne) {
   // On a workspace that is not shown, the full-screen window hides nothing: the wallpaper
   // there plays. Shown again, it pauses it again.
   sway({"workspace", "7"});
-  ASSERT_TRUE(waitUntil(
-      [&] {
-        seen = status();
-        return seen.size() == 2 && seen[0]["mode"] == "running";
-      },
-      5s))
-      << seen.dump();
+  ASSERT_TRUE(firstOf2Is("running"));
   sway({"workspace", "1"});
-  ASSERT_TRUE(waitUntil(
-      [&] {
-        seen = status();
-        return seen.size() == 2 && seen[0]["mode"] == "paused";
-      },
-      5s))
-      << seen.dump();
+  ASSERT_TRUE(firstOf2Is("paused"));
   sway({"[app_id=cover]", "fullscreen", "disable"});
-  ASSERT_TRUE(waitUntil(
-      [&] {
-        seen = status();
-        return seen.size() == 2 && seen[0]["mode"] == "running";
-      },
-      5s))
-      << seen.dump();
+  ASSERT_TRUE(firstOf2Is("running"));
 
   // An output made while it plays gets its wallpaper too.
   sway({"create_output"});
