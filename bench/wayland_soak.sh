@@ -9,6 +9,7 @@
 # Usage: bench/wayland_soak.sh [MINUTES] (default 30)
 set -euo pipefail
 cd "$(dirname "$0")/.."
+source bench/soak_common.sh
 minutes=${1:-30}
 for tool in sway swaymsg foot ffmpeg setpriv; do
   command -v "$tool" >/dev/null || { echo "wayland_soak: $tool is needed" >&2; exit 1; }
@@ -92,28 +93,7 @@ while [ $SECONDS -lt $end ] && kill -0 "$wallpaper" 2>/dev/null; do
     6) "$korvalen" settings set "accessibility.dim=0.$((RANDOM % 9))" >/dev/null 2>&1 || true ;;
     7) "$korvalen" wallpaper reload >/dev/null 2>&1 || true ;;
   esac
-  if [ $SECONDS -ge $next_sample ]; then
-    rss=$(awk '/VmRSS/ { print $2 }' "/proc/$wallpaper/status")
-    fds=$(ls "/proc/$wallpaper/fd" | wc -l)
-    echo "$((SECONDS / 60)) min: rss ${rss} KB, open files ${fds}, outputs ${outputs}" | tee -a "$samples"
-    next_sample=$((SECONDS + 60))
-  fi
+  soak_sample "outputs ${outputs}"
   sleep 2
 done
-if ! kill -0 "$wallpaper" 2>/dev/null; then
-  echo "wayland_soak: the wallpaper died after $step steps" >&2
-  tail -40 "$work/wallpaper.log" >&2
-  exit 1
-fi
-kill -TERM "$wallpaper"
-status=0
-wait "$wallpaper" || status=$?
-if grep -q "ERROR: \(AddressSanitizer\|LeakSanitizer\)\|runtime error" "$work/wallpaper.log"; then
-  echo "wayland_soak: the sanitizers found something:" >&2
-  grep -A30 "ERROR: \|runtime error" "$work/wallpaper.log" | head -80 >&2
-  exit 1
-fi
-echo "soak: $step steps over $minutes min, exit status $status, no sanitizer report"
-echo "first and last samples:"
-head -1 "$samples"
-tail -1 "$samples"
+soak_finish wayland_soak
