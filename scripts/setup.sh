@@ -15,6 +15,7 @@ packages=(
   openbox i3-wm picom wmctrl x11-utils dbus-daemon python3-dbusmock
   libwayland-dev wayland-protocols librust-wayland-protocols-dev sway grim foot
   yt-dlp sqv libcurl4-openssl-dev gpg gpg-agent
+  libwebkit2gtk-4.1-dev libgtk-layer-shell-dev
   fonts-dejavu-core
 )
 

@@ -9,16 +9,21 @@
 #include "core/library/link_download.hpp"
 #include "core/library/wallpaper_library.hpp"
 #include "core/playback/flash_guard.hpp"
+#include "core/support/atomic_file.hpp"
 #include "core/support/numbers.hpp"
 #include "core/support/text.hpp"
 #include "engine/library/library_import.hpp"
 #include "engine/library/library_store.hpp"
 #include "engine/library/library_thumbnails.hpp"
 #include "engine/library/link_fetch.hpp"
+#include "engine/library/web_still.hpp"
 #include "engine/ping_pong_builder.hpp"
 #include "engine/working_folder.hpp"
 
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+#include <unistd.h>
 
 #include <chrono>
 #include <map>
@@ -437,10 +442,72 @@ class LinkDownloads {
   engine::LinkFetch request_;  // all but the link
 };
 
-int add(const std::vector<std::string>& paths, const std::string& title, bool asJson, Context& context) {
+// A remote page enters the library as a page of its own that leads to the address, so it
+// is held, hashed and found like any other; the network is allowed for it.
+struct RemotePage {
+  fs::path folder;
+  explicit RemotePage(const fs::path& parent, const std::string& address) {
+    folder = parent / fmt::format(".web-{}", ::getpid());
+    std::error_code error;
+    fs::remove_all(folder, error);
+    if (auto made = engine::makePrivateFolder(folder); !made) {
+      throw Failure(fmt::format("cannot make {}: {}", folder.string(), made.error()));
+    }
+    nlohmann::json quoted = address;
+    const auto page = fmt::format(
+        "<!doctype html>\n<meta charset=\"utf-8\">\n<meta http-equiv=\"refresh\" content=\"0; url={0}\">\n"
+        "<script>location.replace({1});</script>\n",
+        html(address), quoted.dump());
+    if (auto written = files::writeAtomically(folder / "index.html", page); !written) {
+      throw Failure(written.error());
+    }
+  }
+  ~RemotePage() {
+    std::error_code error;
+    fs::remove_all(folder, error);
+  }
+  RemotePage(const RemotePage&) = delete;
+  RemotePage& operator=(const RemotePage&) = delete;
+
+  static std::string html(std::string_view text) {
+    std::string out;
+    for (const char c : text) {
+      switch (c) {
+        case '&':
+          out += "&amp;";
+          break;
+        case '"':
+          out += "&quot;";
+          break;
+        case '<':
+          out += "&lt;";
+          break;
+        case '>':
+          out += "&gt;";
+          break;
+        default:
+          out.push_back(c);
+      }
+    }
+    return out;
+  }
+};
+
+int add(const std::vector<std::string>& paths, const std::string& title, const std::string& web,
+        const std::string& sizeText, bool asJson, Context& context) {
   requireText(title, "--title");
   for (const auto& path : paths) {
     requireText(path, "path");
+  }
+  if (paths.empty() && web.empty()) {
+    throw UsageError("give files, folders or links to add, or --web URL");
+  }
+  if (!web.empty() && !(web.starts_with("http://") || web.starts_with("https://"))) {
+    throw UsageError(fmt::format("--web: an http:// or https:// address, got \"{}\"", web));
+  }
+  const auto stillSize = parseSize(sizeText, "--size");
+  if (stillSize.width < 16 || stillSize.height < 16 || stillSize.width > 7680 || stillSize.height > 4320) {
+    throw UsageError(fmt::format("--size: from 16x16 to 7680x4320, got \"{}\"", sizeText));
   }
   const auto ffmpeg = locateFfmpeg("", context);
   auto editing = openForEditing(context);
@@ -459,6 +526,9 @@ int add(const std::vector<std::string>& paths, const std::string& title, bool as
   engine::ImportOptions options;
   options.title = title.empty() ? std::nullopt : std::optional<std::string>(title);
   options.ffmpeg = ffmpeg;
+  options.webView = engine::findWebView(context.environment("PATH").value_or("/usr/bin:/bin"));
+  options.stillWidth = stillSize.width;
+  options.stillHeight = stillSize.height;
   options.now = context.now();
   options.stop = &interrupted;
   options.rememberFlashing = [&](const std::string& path, Date when, std::int64_t peak) {
@@ -493,9 +563,12 @@ int add(const std::vector<std::string>& paths, const std::string& title, bool as
     auto fetched = downloads->fetch(link);
     if (!fetched) {
       const bool stoppedHere = fetched.error() == engine::fetchStoppedText;
-      lines.push_back(engine::ImportLine{
-          shown, stoppedHere ? engine::ImportLine::Result::cancelled : engine::ImportLine::Result::refused,
-          stoppedHere ? "" : fetched.error(), std::nullopt});
+      lines.push_back(
+          engine::ImportLine{shown,
+                             stoppedHere ? engine::ImportLine::Result::cancelled : engine::ImportLine::Result::refused,
+                             stoppedHere ? "" : fetched.error(),
+                             std::nullopt,
+                             {}});
       continue;
     }
     auto fromLink = options;
@@ -504,6 +577,19 @@ int add(const std::vector<std::string>& paths, const std::string& title, bool as
     downloads->clear();
     for (auto& line : imported) {
       line.source = shown;
+      lines.push_back(std::move(line));
+    }
+  }
+  if (!web.empty() && (lines.empty() || lines.back().result != engine::ImportLine::Result::cancelled)) {
+    const RemotePage remote(editing.library.folder(), web);
+    auto forPage = options;
+    forPage.webAddress = web;
+    if (!forPage.title) {
+      forPage.title = LinkDownload::withoutCredentials(web);
+    }
+    auto imported = engine::importInto(editing.library, {engine::ImportCandidate{remote.folder, true}}, forPage);
+    for (auto& line : imported) {
+      line.source = LinkDownload::withoutCredentials(web);
       lines.push_back(std::move(line));
     }
   }
@@ -524,9 +610,15 @@ int add(const std::vector<std::string>& paths, const std::string& title, bool as
       } else if (!line.detail.empty()) {
         entry["reason"] = line.detail;
       }
+      if (!line.notes.empty()) {
+        entry["notes"] = line.notes;
+      }
       report.push_back(entry);
     } else {
       context.out << importText(line) << "\n";
+      for (const auto& note : line.notes) {
+        context.out << "  " << note << "\n";
+      }
     }
   }
   if (asJson) {
@@ -536,6 +628,60 @@ int add(const std::vector<std::string>& paths, const std::string& title, bool as
     context.err << "korvalen: stopped by Ctrl-C; what was imported before it stays\n";
   }
   return anyRefused || stopped ? failed : ok;
+}
+
+int renewStill(const std::string& id, const std::string& sizeText, Context& context) {
+  const auto size = parseSize(sizeText, "--size");
+  if (size.width < 16 || size.height < 16 || size.width > 7680 || size.height > 4320) {
+    throw UsageError(fmt::format("--size: from 16x16 to 7680x4320, got \"{}\"", sizeText));
+  }
+  const auto ffmpeg = locateFfmpeg("", context);
+  const auto webView = engine::findWebView(context.environment("PATH").value_or("/usr/bin:/bin"));
+  if (!webView) {
+    throw Failure("korvalen-web is not installed beside korvalen or on PATH: no still can be made");
+  }
+  auto editing = openForEditing(context);
+  const auto& held = itemNamed(editing.library, id);
+  if (held.kind != WallpaperKind::web) {
+    throw Failure(fmt::format("item {} is {} {}, not a web page: only pages have a still", id,
+                              held.kind == WallpaperKind::image ? "an" : "a", toString(held.kind)));
+  }
+  auto item = held;
+  const auto page = editing.library.pathOf(item);
+  const auto folder = page.parent_path();
+  const InterruptCatcher catcher;
+  engine::WebStillRequest request{*webView,
+                                  item.id,
+                                  folder,
+                                  page.filename().string(),
+                                  item.allowNetwork ? item.sourceURL : std::nullopt,
+                                  item.allowNetwork,
+                                  size.width,
+                                  size.height,
+                                  &interrupted};
+  const auto made = engine::makeWebStill(request, folder / engine::stillName);
+  if (!made) {
+    throw Failure(made.error() == engine::cancelledText ? "stopped by Ctrl-C; the old still stays"
+                                                        : fmt::format("no still for item {}: {}", id, made.error()));
+  }
+  item.width = size.width;
+  item.height = size.height;
+  if (auto thumbnail = engine::thumbnailOfStill(ffmpeg, folder / engine::stillName, folder, item); !thumbnail) {
+    context.err << fmt::format("korvalen: note: no thumbnail: {}\n", thumbnail.error());
+  }
+  if (made->flashes && !item.knownToFlash()) {
+    item.flashedAt = context.now();
+    item.flashPeakPerSecond = made->peak;
+    rememberInSettings(editing.library.pathOf(item).string(), *item.flashedAt, made->peak, context);
+  }
+  editing.library.edit(item.id, [&](LibraryItem& stored) { stored = item; });
+  if (auto saved = editing.library.save(); !saved) {
+    throw Failure(saved.error());
+  }
+  context.out << fmt::format("wrote {}: {}x{}, the still of item {} \"{}\"{}\n", (folder / engine::stillName).string(),
+                             size.width, size.height, id, item.title,
+                             made->flashes ? fmt::format("; it flashes ({} flashes/s at the peak)", made->peak) : "");
+  return ok;
 }
 
 int list(const Filter& filter, bool asJson, Context& context) {
@@ -667,7 +813,7 @@ int thumbnail(const std::string& id, const std::string& out, Context& context) {
   const auto stored = thumbnailOf(library, item);
   if (!stored) {
     throw Failure(fmt::format("item {} has no thumbnail{}", id,
-                              item.kind == WallpaperKind::web ? " (web pages get theirs when they are shown)" : ""));
+                              item.kind == WallpaperKind::web ? " (korvalen library still ID makes a page's)" : ""));
   }
   auto picture = engine::Thumbnails::readPicture(*stored);
   if (!picture) {
@@ -795,16 +941,35 @@ void addLibraryCommands(CLI::App& app, Context& context, Action& action) {
     struct Options {
       std::vector<std::string> paths;
       std::string title;
+      std::string web;
+      std::string size = "1920x1080";
       bool asJson = false;
     };
     auto options = std::make_shared<Options>();
     auto* command = group->add_subcommand(
         "add", "Import files and folders (a folder with index.html is a web wallpaper; others are searched)");
-    command->add_option("paths", options->paths, "Files or folders")->required();
+    command->add_option("paths", options->paths, "Files, folders or links to download");
     command->add_option("--title", options->title, "Title for what is imported (default: the file's name)");
+    command->add_option("--web", options->web, "A remote page (http:// or https://) as a wallpaper, with the network");
+    command->add_option("--size", options->size, "WIDTHxHEIGHT of a web page's still (default 1920x1080)");
     command->add_flag("--json", options->asJson, "Machine-readable output");
     command->callback([&context, &action, options] {
-      action = [&context, options] { return add(options->paths, options->title, options->asJson, context); };
+      action = [&context, options] {
+        return add(options->paths, options->title, options->web, options->size, options->asJson, context);
+      };
+    });
+  }
+  {
+    struct Options {
+      std::string id;
+      std::string size = "1920x1080";
+    };
+    auto options = std::make_shared<Options>();
+    auto* command = group->add_subcommand("still", "Make a web item's still (and thumbnail) again");
+    command->add_option("id", options->id, "The item's id")->required();
+    command->add_option("--size", options->size, "WIDTHxHEIGHT of the still (default 1920x1080)");
+    command->callback([&context, &action, options] {
+      action = [&context, options] { return renewStill(options->id, options->size, context); };
     });
   }
   {

@@ -53,6 +53,8 @@ class ChildProcess {
   void terminate(std::chrono::milliseconds grace = std::chrono::milliseconds(500));
 
   [[nodiscard]] pid_t pid() const { return pid_; }
+  // For an event loop to watch; -1 once the stream has ended.
+  [[nodiscard]] int errorDescriptor() const { return error_; }
 
  private:
   ChildProcess(pid_t pid, int input, int output, int error)

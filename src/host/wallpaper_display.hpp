@@ -62,6 +62,11 @@ class WallpaperDisplay {
   [[nodiscard]] virtual std::optional<bool> displayAsleep() = 0;
   // The placement in use ("desktop", "below", "root").
   [[nodiscard]] virtual Placement placement() const = 0;
+  // The monitor's own window, for another program to show something in (X11, unless the
+  // root window's background is used); absent elsewhere.
+  [[nodiscard]] virtual std::optional<unsigned long> windowOf(const std::string& /*monitorId*/) const {
+    return std::nullopt;
+  }
   // Called when a canvas that was busy can be drawn into again.
   virtual void onReady(std::function<void(const std::string& monitorId)> ready) = 0;
 };

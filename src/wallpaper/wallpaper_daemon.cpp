@@ -5,12 +5,14 @@
 #include "core/desktop/monitor_identity.hpp"
 #include "core/wallpaper/control_protocol.hpp"
 #include "core/wallpaper/playback_controller.hpp"
+#include "engine/library/web_still.hpp"
 #include "engine/ping_pong_builder.hpp"
 #include "engine/process.hpp"
 #include "host/session/system_watcher.hpp"
 #include "saver/linux/sdl_sound.hpp"
 #include "wallpaper/control_server.hpp"
 #include "wallpaper/monitor_session.hpp"
+#include "wallpaper/web_pages.hpp"
 
 #include <SDL.h>
 #include <fmt/format.h>
@@ -54,6 +56,7 @@ class Daemon {
  public:
   explicit Daemon(const WallpaperOptions& options) : options_(options) {}
   ~Daemon() {
+    webPages_.reset();
     sessions_.clear();
     if (sdlAudio_) {
       SDL_QuitSubSystem(SDL_INIT_AUDIO);
@@ -117,6 +120,9 @@ class Daemon {
     }
     display_ = std::move(*display);
     display_->onReady([this](const std::string&) { later(tickDue_); });
+    if (auto program = engine::findWebView(options_.environment("PATH").value_or("/usr/bin:/bin"))) {
+      webPages_ = std::make_unique<WebPages>(*loop_, *program, [this](const std::string& line) { say(line); });
+    }
 
     if (SDL_InitSubSystem(SDL_INIT_AUDIO) == 0) {
       sdlAudio_ = true;
@@ -442,9 +448,59 @@ class Daemon {
       reportState(directive);
       anyRunning = anyRunning || directive.mode == PlaybackMode::running;
     }
+    showPages();
     rememberLast();
     watchDisplaySleep(anyRunning);
     later(tickDue_);
+  }
+
+  // A monitor showing a web wallpaper gets its page over the still its session draws.
+  void showPages() {
+    std::set<std::string> monitors;
+    for (const auto& directive : directives_.monitors) {
+      monitors.insert(directive.monitorId);
+      const auto request = pageFor(directive);
+      if (!webPages_) {
+        if (request && !saidNoWebView_) {
+          saidNoWebView_ = true;
+          say("web wallpapers show their still: korvalen-web is not installed beside korvalen or on PATH");
+        }
+        continue;
+      }
+      webPages_->show(directive.monitorId, request, directive.mode == PlaybackMode::running,
+                      directive.muted || directive.soundLevel <= 0);
+    }
+    if (webPages_) {
+      webPages_->keepOnly(monitors);
+    }
+  }
+
+  [[nodiscard]] std::optional<WebPageRequest> pageFor(const MonitorDirective& directive) const {
+    if (!run_ || !run_->library || !directive.itemID || directive.mode == PlaybackMode::stopped) {
+      return std::nullopt;
+    }
+    const auto* item = run_->library->find(*directive.itemID);
+    const auto session = sessions_.find(directive.monitorId);
+    if (item == nullptr || item->kind != WallpaperKind::web || session == sessions_.end()) {
+      return std::nullopt;
+    }
+    const auto page = run_->library->pathOf(*item);
+    const auto& monitor = session->second->monitor();
+    WebPageRequest request;
+    request.item = item->id;
+    request.folder = page.parent_path();
+    request.page = page.filename().string();
+    request.allowNetwork = item->allowNetwork;
+    if (item->sourceURL && item->allowNetwork) {
+      request.url = item->sourceURL;
+    }
+    request.storage = options_.files.settings.parent_path() / "web-storage" / item->id;
+    request.window = display_->windowOf(directive.monitorId);
+    request.x = monitor.x;
+    request.y = monitor.y;
+    request.width = monitor.width;
+    request.height = monitor.height;
+    return request;
   }
 
   void reportState(const MonitorDirective& directive) {
@@ -639,6 +695,9 @@ class Daemon {
         return {true, fmt::format("next item on {}", fmt::join(moved, ", ")), {}};
       }
       case Command::reload:
+        if (webPages_) {
+          webPages_->retry();
+        }
         planner_->replan();
         readWindows();
         later(evaluateDue_);
@@ -686,6 +745,8 @@ class Daemon {
   std::unique_ptr<host::WallpaperDisplay> display_;
   std::unique_ptr<host::SystemWatcher> system_;
   std::unique_ptr<engine::PlannerService> planner_;
+  std::unique_ptr<WebPages> webPages_;  // absent when korvalen-web is not installed
+  bool saidNoWebView_ = false;
   std::shared_ptr<engine::SoundOutput> sound_;
   std::optional<std::string> lost_;  // the display server went away
   // Monitors of different sizes showing the same video decode it once.

@@ -96,12 +96,23 @@ std::int64_t sizeOf(const fs::path& path, bool isFolder) {
   return total;
 }
 
+// The host of a web address, for an item's source.
+std::string hostOf(std::string_view address) {
+  const auto start = address.find("://");
+  auto rest = start == std::string_view::npos ? address : address.substr(start + 3);
+  rest = rest.substr(0, rest.find_first_of("/?#"));
+  if (const auto at = rest.rfind('@'); at != std::string_view::npos) {
+    rest = rest.substr(at + 1);  // never the credentials
+  }
+  return std::string(rest);
+}
+
 class Importer {
  public:
   Importer(WallpaperLibrary& library, const ImportOptions& options) : library_(library), options_(options) {}
 
   ImportLine importOne(const ImportCandidate& candidate, const std::function<void(double)>& fraction) {
-    ImportLine line{candidate.path.string(), ImportLine::Result::refused, "", std::nullopt};
+    ImportLine line{candidate.path.string(), ImportLine::Result::refused, "", std::nullopt, {}};
     const auto refuse = [&](std::string why) {
       line.detail = std::move(why);
       return line;
@@ -128,6 +139,11 @@ class Importer {
     const auto& fetched = options_.fetchedFrom;
     item.title = LibraryRules::titleFor(path.string(), isFolder,
                                         options_.title || !fetched ? options_.title : std::optional(fetched->title));
+    if (options_.webAddress) {
+      item.sourceURL = options_.webAddress;
+      item.allowNetwork = true;
+      item.source = hostOf(*options_.webAddress);
+    }
     if (fetched) {
       item.source = fetched->provider;
       item.sourceURL = fetched->sourceURL;
@@ -175,13 +191,16 @@ class Importer {
     if (!staged) {
       return refuse(staged.error());
     }
-    if (auto done = build(*staged, path, isFolder, item, learned); !done) {
+    if (auto done = build(*staged, path, isFolder, item, learned, line.notes); !done) {
       LibraryStore::discard(library_, item.id);
       if (done.error() == cancelledText) {
         line.result = ImportLine::Result::cancelled;
         return line;
       }
       return refuse(done.error());
+    }
+    if (item.kind == WallpaperKind::web && !cancelled()) {
+      pictureOfPage(*staged, item, line.notes);
     }
     if (cancelled()) {
       LibraryStore::discard(library_, item.id);
@@ -211,10 +230,47 @@ class Importer {
 
  private:
   // The item's folder as it will be: the copy and the thumbnail.
+  // A page's still, measured for flashes while it was made, and its thumbnail made from it.
+  // Without one the page is still imported, and the line says why.
+  void pictureOfPage(const fs::path& staged, LibraryItem& item, std::vector<std::string>& notes) {
+    if (!options_.webView) {
+      notes.emplace_back("no still: korvalen-web is not installed beside korvalen or on PATH");
+      return;
+    }
+    const auto page = fs::path(item.relativePath).filename().string();
+    WebStillRequest request{*options_.webView,
+                            item.id,
+                            staged,
+                            page,
+                            item.allowNetwork ? item.sourceURL : std::nullopt,
+                            item.allowNetwork,
+                            options_.stillWidth,
+                            options_.stillHeight,
+                            options_.stop};
+    const auto still = makeWebStill(request, staged / stillName);
+    if (!still) {
+      if (still.error() != cancelledText) {
+        notes.push_back(fmt::format("no still: {}", still.error()));
+      }
+      return;
+    }
+    item.width = options_.stillWidth;
+    item.height = options_.stillHeight;
+    if (still->flashes) {
+      item.flashedAt = options_.now;
+      item.flashPeakPerSecond = still->peak;
+      notes.push_back(fmt::format("it flashes ({} flashes/s at the peak)", still->peak));
+    }
+    if (auto made = thumbnailOfStill(options_.ffmpeg, staged / stillName, staged, item); !made) {
+      notes.push_back(fmt::format("no thumbnail: {}", made.error()));
+    }
+  }
+
   std::expected<void, std::string> build(const fs::path& staged, const fs::path& source, bool isFolder,
-                                         const LibraryItem& item, const std::optional<Survey>& learned) {
+                                         const LibraryItem& item, const std::optional<Survey>& learned,
+                                         std::vector<std::string>& notes) {
     const auto copied =
-        isFolder ? LibraryStore::copyTree(source, staged, options_.stop)
+        isFolder ? LibraryStore::copyTree(source, staged, options_.stop, &notes)
                  : LibraryStore::copyFile(source, staged / LibraryRules::lastComponent(source.string()), options_.stop);
     if (!copied) {
       return copied;
@@ -241,6 +297,15 @@ class Importer {
 };
 
 }  // namespace
+
+std::expected<void, std::string> thumbnailOfStill(const fs::path& ffmpeg, const fs::path& still, const fs::path& folder,
+                                                  const LibraryItem& item) {
+  auto picture = Thumbnails::posterFrame(still, 0, Thumbnails::fitting(item.width, item.height));
+  if (!picture) {
+    return std::unexpected(picture.error());
+  }
+  return Thumbnails::writePicture(ffmpeg, *picture, folder / "thumbnail.jpg");
+}
 
 std::expected<MediaInfo, std::string> probeMedia(const fs::path& file) {
   DecoderOptions options;
@@ -340,7 +405,7 @@ std::vector<ImportLine> importInto(WallpaperLibrary& library, const std::vector<
   progress.filesTotal = candidates.size();
   for (const auto& candidate : candidates) {
     if (importer.cancelled()) {
-      lines.push_back({candidate.path.string(), ImportLine::Result::cancelled, "", std::nullopt});
+      lines.push_back({candidate.path.string(), ImportLine::Result::cancelled, "", std::nullopt, {}});
       break;
     }
     progress.current = candidate.path.filename().string();

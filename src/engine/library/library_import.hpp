@@ -11,6 +11,7 @@
 #include "core/library/library_rules.hpp"
 #include "core/library/wallpaper_library.hpp"
 #include "core/support/iso8601.hpp"
+#include "engine/library/web_still.hpp"
 #include "engine/media_decoder.hpp"
 
 #include <atomic>
@@ -39,6 +40,12 @@ struct ImportOptions {
   // item's `source`, the page, the author and the licence.
   std::optional<VideoMetadata> fetchedFrom;
   std::filesystem::path ffmpeg;  // writes the thumbnails
+  // Web pages: korvalen-web makes their still (none without it), at this size.
+  std::optional<std::filesystem::path> webView;
+  std::int64_t stillWidth = 1920;
+  std::int64_t stillHeight = 1080;
+  // A remote page: its address, which the item's page leads to, with the network allowed.
+  std::optional<std::string> webAddress;
   Date now{};
   const std::atomic<bool>* stop = nullptr;
   std::function<void(const ImportProgress&)> progress;
@@ -53,6 +60,7 @@ struct ImportLine {
   // Refused: the reason; duplicate: the id of the item holding the content.
   std::string detail;
   std::optional<LibraryItem> item;  // imported
+  std::vector<std::string> notes;   // imported, with something worth saying (one line each)
 };
 
 std::string_view toString(ImportLine::Result result);
@@ -85,6 +93,12 @@ struct ImportCandidate {
 // order, for files and web folders (hidden entries skipped). A path that does not exist
 // stays, for the rules to refuse.
 std::vector<ImportCandidate> gatherCandidates(const std::vector<std::filesystem::path>& paths);
+
+// The item's thumbnail ("thumbnail.jpg" in `folder`) made from a web page's still.
+[[nodiscard]] std::expected<void, std::string> thumbnailOfStill(const std::filesystem::path& ffmpeg,
+                                                                const std::filesystem::path& still,
+                                                                const std::filesystem::path& folder,
+                                                                const LibraryItem& item);
 
 // Imports each candidate into `library`, saving it after each item; one line per
 // candidate, in order. Stops at the first Ctrl-C (`stop`), which is the last line.

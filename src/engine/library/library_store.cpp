@@ -252,8 +252,13 @@ std::expected<void, std::string> copyFile(const fs::path& from, const fs::path& 
   return {};
 }
 
-std::expected<void, std::string> copyTree(const fs::path& from, const fs::path& to, const std::atomic<bool>* stop) {
+std::expected<void, std::string> copyTree(const fs::path& from, const fs::path& to, const std::atomic<bool>* stop,
+                                          std::vector<std::string>* leftOut) {
   std::error_code error;
+  const auto root = fs::canonical(from, error);
+  if (error) {
+    return std::unexpected(fmt::format("could not read the folder {}: {}", from.string(), error.message()));
+  }
   fs::recursive_directory_iterator entries(from, fs::directory_options::none, error);
   if (error) {
     return std::unexpected(fmt::format("could not read the folder {}: {}", from.string(), error.message()));
@@ -265,7 +270,25 @@ std::expected<void, std::string> copyTree(const fs::path& from, const fs::path& 
     const auto relative = entry->path().lexically_relative(from);
     const auto target = to / relative;
     if (entry->is_symlink(error)) {
-      continue;  // a link could lead out of the folder; the page gets what lies inside it
+      // A link inside the folder is kept as a link (the page's server follows it only that
+      // far); one leading out is left out, and said.
+      const auto destination = fs::weakly_canonical(entry->path(), error);
+      const auto inside = destination.lexically_relative(root);
+      const bool leadsNowhere = !error && !fs::exists(destination, error);
+      if (error || leadsNowhere || inside.empty() || *inside.begin() == "..") {
+        if (leftOut != nullptr) {
+          leftOut->push_back(fmt::format("left out {}: a link to {}, {}", relative.string(),
+                                         fs::read_symlink(entry->path(), error).string(),
+                                         leadsNowhere ? "which leads nowhere" : "outside the folder"));
+        }
+        continue;
+      }
+      fs::create_directories(target.parent_path(), error);
+      fs::create_symlink(fs::relative(destination, fs::weakly_canonical(entry->path().parent_path())), target, error);
+      if (error) {
+        return std::unexpected(fmt::format("could not create {}: {}", target.string(), error.message()));
+      }
+      continue;
     }
     if (entry->is_directory(error)) {
       if (!fs::create_directories(target, error) && error) {

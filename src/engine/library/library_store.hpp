@@ -72,10 +72,12 @@ void discard(const WallpaperLibrary& library, const std::string& id);
 [[nodiscard]] std::expected<void, std::string> copyFile(const std::filesystem::path& from,
                                                         const std::filesystem::path& to,
                                                         const std::atomic<bool>* stop = nullptr);
-// Copies a folder's tree (files and folders; links are not followed).
+// Copies a folder's tree: files, folders, and links that stay inside it (as links); each
+// link leading out is left out and named in `leftOut`.
 [[nodiscard]] std::expected<void, std::string> copyTree(const std::filesystem::path& from,
                                                         const std::filesystem::path& to,
-                                                        const std::atomic<bool>* stop = nullptr);
+                                                        const std::atomic<bool>* stop = nullptr,
+                                                        std::vector<std::string>* leftOut = nullptr);
 
 }  // namespace LibraryStore
 }  // namespace korvalen::engine

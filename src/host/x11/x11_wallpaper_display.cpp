@@ -224,6 +224,15 @@ class X11WallpaperDisplay final : public WallpaperDisplay {
 
   void present(const std::string& monitorId) override { presentFrom(monitorId, monitorId); }
 
+  [[nodiscard]] std::optional<unsigned long> windowOf(const std::string& monitorId) const override {
+    const auto found =
+        std::find_if(surfaces_.begin(), surfaces_.end(), [&](const Surface& s) { return s.monitor.id == monitorId; });
+    if (found == surfaces_.end() || found->window == None) {
+      return std::nullopt;
+    }
+    return found->window;
+  }
+
   void presentFrom(const std::string& monitorId, const std::string& source) override {
     Surface* surface = find(monitorId);
     Surface* from = find(source);

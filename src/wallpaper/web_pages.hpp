@@ -1,0 +1,69 @@
+// The web wallpapers on screen: one korvalen-web process per monitor that shows a page,
+// placed over the monitor's own picture (which shows the page's still). It is started when
+// the page is due, told to pause, resume and mute as the policy says, and ended when the
+// monitor shows something else. A page that crashes, hangs or will not load ends its process:
+// the still stays until the next hand-over or a reload.
+//
+// Thread: the event loop's.
+#pragma once
+
+#include "engine/loop/event_loop.hpp"
+#include "engine/process.hpp"
+
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+
+namespace korvalen::wallpaper {
+
+// Which page, and where: a different one means a new process.
+struct WebPageRequest {
+  std::string item;
+  std::filesystem::path folder;
+  std::string page;
+  std::optional<std::string> url;  // a remote page
+  bool allowNetwork = false;
+  std::filesystem::path storage;
+  std::optional<unsigned long> window;  // X11: the monitor's own window
+  long x = 0;
+  long y = 0;
+  long width = 0;
+  long height = 0;
+  bool operator==(const WebPageRequest&) const = default;
+};
+
+class WebPages {
+ public:
+  // `program`: korvalen-web; `say`: one line for the log.
+  WebPages(engine::EventLoop& loop, std::filesystem::path program, std::function<void(const std::string&)> say);
+  ~WebPages();
+  WebPages(const WebPages&) = delete;
+  WebPages& operator=(const WebPages&) = delete;
+
+  // What the monitor shows: a page (running, or held where it is), or none.
+  void show(const std::string& monitor, const std::optional<WebPageRequest>& request, bool running, bool muted);
+  // Pages that ended are tried again (a reload).
+  void retry();
+  // Monitors gone.
+  void keepOnly(const std::set<std::string>& monitors);
+
+  [[nodiscard]] std::size_t running() const { return pages_.size(); }
+
+ private:
+  struct Page;
+  void ended(const std::string& monitor);
+  void read(const std::string& monitor);
+  void send(Page& page, const std::string& command);
+
+  engine::EventLoop& loop_;
+  std::filesystem::path program_;
+  std::function<void(const std::string&)> say_;
+  std::map<std::string, std::unique_ptr<Page>> pages_;
+  std::map<std::string, WebPageRequest> failed_;  // monitor -> the page that ended there
+};
+
+}  // namespace korvalen::wallpaper

@@ -1,0 +1,102 @@
+// korvalen-web: one web wallpaper's page, started by the live wallpaper for each monitor
+// that shows one (and by import for its still). A process of its own, so GTK and WebKit stay
+// out of the wallpaper's loop and a page that crashes or hangs takes nothing else with it.
+#include "web/web_page.hpp"
+
+#include <fmt/format.h>
+#include <gtk/gtk.h>
+#include <CLI/CLI.hpp>
+
+#include <cstdio>
+#include <regex>
+
+namespace {
+
+void say(const std::string& line) {
+  // One line each, whatever the page put in it.
+  std::string flat = line;
+  for (char& c : flat) {
+    if (c == '\n' || c == '\r') {
+      c = ' ';
+    }
+  }
+  fmt::print(stderr, "korvalen-web: {}\n", flat);
+  std::fflush(stderr);
+}
+
+bool readSize(const std::string& text, int& width, int& height) {
+  static const std::regex pattern("([1-9][0-9]{0,4})x([1-9][0-9]{0,4})");
+  std::smatch match;
+  if (!std::regex_match(text, match, pattern)) {
+    return false;
+  }
+  width = std::stoi(match[1].str());
+  height = std::stoi(match[2].str());
+  return true;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  CLI::App app{"A web wallpaper's page, for the live wallpaper and import", "korvalen-web"};
+  app.require_subcommand(1);
+  korvalen::web::PageOptions options;
+  std::string size = "1920x1080";
+  std::string url;
+  const auto common = [&](CLI::App* command) {
+    command->add_option("--item", options.item, "the library item")->required();
+    command->add_option("--folder", options.folder, "the item's folder")->required();
+    command->add_option("--page", options.page, "the page inside the folder");
+    command->add_option("--url", url, "a remote page's address");
+    command->add_flag("--allow-network", options.allowNetwork, "the page may use the network");
+    command->add_option("--storage", options.storage, "the page's own storage")->required();
+    command->add_option("--size", size, "WIDTHxHEIGHT");
+  };
+  auto* show = app.add_subcommand("show", "show the page behind the desktop");
+  common(show);
+  korvalen::web::Placement placement;
+  unsigned long into = 0;
+  std::string at = "0,0";
+  bool muted = false;
+  bool paused = false;
+  show->add_option("--into", into, "X11: the window to show it in");
+  show->add_option("--at", at, "X,Y: the monitor's position");
+  show->add_flag("--muted", muted);
+  show->add_flag("--paused", paused);
+  auto* still = app.add_subcommand("still", "make the page's still and check it for flashes");
+  common(still);
+  std::filesystem::path out;
+  double seconds = 3;
+  still->add_option("--out", out, "the PNG to write")->required();
+  still->add_option("--after", seconds, "seconds after loading")->check(CLI::Range(0.0, 60.0));
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error);
+  }
+  if (!readSize(size, options.width, options.height)) {
+    say(fmt::format("--size {}: not WIDTHxHEIGHT", size));
+    return 2;
+  }
+  if (!url.empty()) {
+    options.url = url;
+  }
+  if (int x = 0, y = 0; std::sscanf(at.c_str(), "%d,%d", &x, &y) == 2) {
+    placement.x = x;
+    placement.y = y;
+  } else {
+    say(fmt::format("--at {}: not X,Y", at));
+    return 2;
+  }
+  if (into != 0) {
+    placement.into = into;
+  }
+  if (gtk_init_check(&argc, &argv) == FALSE) {
+    say("no display to show a page on (neither WAYLAND_DISPLAY nor DISPLAY works)");
+    return 1;
+  }
+  if (show->parsed()) {
+    return korvalen::web::showPage(options, placement, muted, paused, say);
+  }
+  return korvalen::web::makeStill(options, out, seconds, say);
+}
