@@ -62,6 +62,8 @@ class WallpaperDisplay {
   [[nodiscard]] virtual std::optional<bool> displayAsleep() = 0;
   // The placement in use ("desktop", "below", "root").
   [[nodiscard]] virtual Placement placement() const = 0;
+  // Shows again what was last presented there: something that covered it went away.
+  virtual void repaint(const std::string& /*monitorId*/) {}
   // The monitor's own window, for another program to show something in (X11, unless the
   // root window's background is used); absent elsewhere.
   [[nodiscard]] virtual std::optional<unsigned long> windowOf(const std::string& /*monitorId*/) const {

@@ -121,7 +121,9 @@ class Daemon {
     display_ = std::move(*display);
     display_->onReady([this](const std::string&) { later(tickDue_); });
     if (auto program = engine::findWebView(options_.environment("PATH").value_or("/usr/bin:/bin"))) {
-      webPages_ = std::make_unique<WebPages>(*loop_, *program, [this](const std::string& line) { say(line); });
+      webPages_ = std::make_unique<WebPages>(
+          *loop_, *program, [this](const std::string& line) { say(line); },
+          [this](const std::string& monitor) { repaintSoon(monitor); });
     }
 
     if (SDL_InitSubSystem(SDL_INIT_AUDIO) == 0) {
@@ -454,6 +456,18 @@ class Daemon {
     later(tickDue_);
   }
 
+  // A page's window is gone from over the monitor's own picture. The server may not have
+  // taken it away yet when its process has ended: shown again a moment later.
+  void repaintSoon(const std::string& monitor) {
+    auto timer = loop_->after(std::chrono::milliseconds(150), [this, monitor] {
+      display_->repaint(monitor);
+      repaints_.erase(monitor);
+    });
+    if (timer) {
+      repaints_[monitor] = std::move(*timer);
+    }
+  }
+
   // A monitor showing a web wallpaper gets its page over the still its session draws.
   void showPages() {
     std::set<std::string> monitors;
@@ -746,6 +760,7 @@ class Daemon {
   std::unique_ptr<host::SystemWatcher> system_;
   std::unique_ptr<engine::PlannerService> planner_;
   std::unique_ptr<WebPages> webPages_;  // absent when korvalen-web is not installed
+  std::map<std::string, std::unique_ptr<engine::EventLoop::Watch>> repaints_;
   bool saidNoWebView_ = false;
   std::shared_ptr<engine::SoundOutput> sound_;
   std::optional<std::string> lost_;  // the display server went away

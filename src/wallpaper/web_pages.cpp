@@ -61,8 +61,9 @@ struct WebPages::Page {
   bool muted = false;
 };
 
-WebPages::WebPages(engine::EventLoop& loop, std::filesystem::path program, std::function<void(const std::string&)> say)
-    : loop_(loop), program_(std::move(program)), say_(std::move(say)) {}
+WebPages::WebPages(engine::EventLoop& loop, std::filesystem::path program, std::function<void(const std::string&)> say,
+                   std::function<void(const std::string&)> gone)
+    : loop_(loop), program_(std::move(program)), say_(std::move(say)), gone_(std::move(gone)) {}
 
 WebPages::~WebPages() {
   for (auto& [monitor, page] : pages_) {
@@ -78,6 +79,7 @@ void WebPages::show(const std::string& monitor, const std::optional<WebPageReque
     if (found != pages_.end()) {
       found->second->watch.reset();
       pages_.erase(found);
+      gone_(monitor);
     }
     if (!request) {
       failed_.erase(monitor);
@@ -170,6 +172,7 @@ void WebPages::ended(const std::string& monitor) {
                    page->request.item,
                    code >= 128 ? fmt::format("signal {}", code - 128) : fmt::format("exit {}", code),
                    page->lastWords.empty() ? "" : fmt::format(": {}", Redact::secrets(page->lastWords))));
+  gone_(monitor);
 }
 
 void WebPages::retry() {

@@ -38,8 +38,10 @@ struct WebPageRequest {
 
 class WebPages {
  public:
-  // `program`: korvalen-web; `say`: one line for the log.
-  WebPages(engine::EventLoop& loop, std::filesystem::path program, std::function<void(const std::string&)> say);
+  // `program`: korvalen-web; `say`: one line for the log; `gone`: a monitor's page window
+  // went away (ended or replaced), so what lies under it must be shown again.
+  WebPages(engine::EventLoop& loop, std::filesystem::path program, std::function<void(const std::string&)> say,
+           std::function<void(const std::string&)> gone);
   ~WebPages();
   WebPages(const WebPages&) = delete;
   WebPages& operator=(const WebPages&) = delete;
@@ -62,6 +64,7 @@ class WebPages {
   engine::EventLoop& loop_;
   std::filesystem::path program_;
   std::function<void(const std::string&)> say_;
+  std::function<void(const std::string&)> gone_;
   std::map<std::string, std::unique_ptr<Page>> pages_;
   std::map<std::string, WebPageRequest> failed_;  // monitor -> the page that ended there
 };

@@ -43,6 +43,11 @@ constexpr int errorsSaid = 3;
 constexpr guint loadLimitSeconds = 30;
 // How long a hidden page has to hear it is hidden before its processes stop.
 constexpr guint hideGraceMs = 250;
+// A running page is asked for a sign of life this often; one that gives none for
+// `hangSeconds` is stuck in a script. WebKit itself asks only when input comes, and a
+// wallpaper gets none.
+constexpr guint lifeCheckSeconds = 2;
+constexpr double hangSeconds = 6;
 
 double monotonicSeconds() {
   return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
@@ -73,6 +78,9 @@ class Page {
     }
     if (heldPicture_ != nullptr) {
       cairo_surface_destroy(heldPicture_);
+    }
+    if (lifeTimer_ != 0) {
+      g_source_remove(lifeTimer_);
     }
   }
 
@@ -178,6 +186,11 @@ class Page {
 
   std::function<void()> loaded;  // once, when the page first finished loading
 
+  // Shown pages only: an off-screen still has its own time limit.
+  void watchForHangs() {
+    lifeTimer_ = g_timeout_add_seconds(lifeCheckSeconds, &Page::checkLife, this);
+  }
+
   void end(int code, const std::string& why) {
     if (!why.empty()) {
       say_(code == 0 ? why : "ending: " + why);  // the last word, which the wallpaper says for it
@@ -206,6 +219,36 @@ class Page {
           return G_SOURCE_REMOVE;
         },
         this);
+  }
+
+  static gboolean checkLife(gpointer data) {
+    auto& self = *static_cast<Page*>(data);
+    if (self.paused_ || !self.finished_) {
+      self.askedSince_.reset();
+      return G_SOURCE_CONTINUE;
+    }
+    const double now = monotonicSeconds();
+    if (self.askedSince_) {
+      if (now - *self.askedSince_ > hangSeconds) {
+        self.lifeTimer_ = 0;
+        webkit_web_view_terminate_web_process(self.view_);
+        self.end(3, "the page stopped responding (a script that never ends?)");
+        return G_SOURCE_REMOVE;
+      }
+      return G_SOURCE_CONTINUE;  // still waiting for the last answer
+    }
+    self.askedSince_ = now;
+    webkit_web_view_evaluate_javascript(
+        self.view_, "0", -1, watchWorld, nullptr, nullptr,
+        [](GObject* source, GAsyncResult* result, gpointer page) {
+          JSCValue* value = webkit_web_view_evaluate_javascript_finish(WEBKIT_WEB_VIEW(source), result, nullptr);
+          if (value != nullptr) {
+            g_object_unref(value);
+          }
+          static_cast<Page*>(page)->askedSince_.reset();
+        },
+        &self);
+    return G_SOURCE_CONTINUE;
   }
 
   static gboolean drawHeld(GtkWidget*, cairo_t* cairo, gpointer data) {
@@ -353,6 +396,8 @@ class Page {
   cairo_surface_t* heldPicture_ = nullptr;
   unsigned pauseTurn_ = 0;
   guint loadTimer_ = 0;
+  guint lifeTimer_ = 0;
+  std::optional<double> askedSince_;  // a sign of life asked for and not yet given
   bool finished_ = false;
   bool paused_ = false;
   int errors_ = 0;
@@ -486,8 +531,9 @@ int showPage(const PageOptions& options, const Placement& placement, bool muted,
   page.setWindow(*window);
   page.setMuted(muted);
   gtk_widget_show_all(*window);
-  if (!placement.into && !GDK_IS_WAYLAND_DISPLAY(gdk_display_get_default())) {
-    passInputThrough(*window);
+  if (placement.into) {
+    // The wallpaper's window is no XEMBED socket: nobody else maps the page into it.
+    gdk_window_show(gtk_widget_get_window(*window));
   }
   Commands commands{&page, &loop, true};
   GIOChannel* input = g_io_channel_unix_new(STDIN_FILENO);
@@ -499,6 +545,7 @@ int showPage(const PageOptions& options, const Placement& placement, bool muted,
     }
   };
   page.load();
+  page.watchForHangs();
   g_main_loop_run(loop.loop);
   if (commands.watching) {
     g_source_remove(watch);

@@ -2,8 +2,10 @@
 // window managers (openbox, i3) and a compositor (picom), real clients (xclock) moved about
 // with wmctrl, the real korvalen executable, and what the server shows read back from it.
 #include "engine/process.hpp"
+#include "engine/web/process_tree.hpp"
 #include "support/clips.hpp"
 #include "support/temp_folder.hpp"
+#include "support/web_server.hpp"
 #include "wallpaper/desktop_checks.hpp"
 
 #include <gmock/gmock.h>
@@ -15,6 +17,7 @@
 #include <X11/Xutil.h>
 #include <signal.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <fmt/format.h>
 
@@ -24,6 +27,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <sstream>
 #include <thread>
 
 namespace korvalen {
@@ -640,6 +644,237 @@ TEST_F(LiveWallpaper, BatteryLockAndSleepFromTheSystemBusPauseAndResumeIt) {
   ASSERT_TRUE(statusSays([](const Json& s) { return modes(s, "paused", "paused") && s[0]["reason"] == "suspending"; }));
   sleep(false);
   ASSERT_TRUE(statusSays([&](const Json& s) { return modes(s, "running", "running") && lowest(s) >= 8; }));
+}
+
+// Web wallpapers: pages the tests write, shown by korvalen-web in the wallpaper's windows.
+class WebWallpaper : public LiveWallpaper {
+ protected:
+  static constexpr Rgb green{0, 255, 0};
+
+  std::filesystem::path page(const std::string& name, const std::string& html) {
+    const auto folder = folder_ / "pages" / name;
+    std::filesystem::create_directories(folder);
+    std::ofstream(folder / "index.html") << html;
+    return folder;
+  }
+  // Imported with a still at the monitors' size; its id.
+  std::string addPage(const std::filesystem::path& folder, Json* item = nullptr) {
+    const auto done = korvalen({"library", "add", folder.string(), "--size", "320x240", "--json"});
+    EXPECT_EQ(done.exitCode, 0) << done.output << done.error;
+    const auto report = Json::parse(done.output, nullptr, false);
+    if (!report.is_array() || report.empty() || !report[0].contains("item")) {
+      ADD_FAILURE() << done.output;
+      return "";
+    }
+    if (item != nullptr) {
+      *item = report[0];
+    }
+    return report[0]["item"]["id"].get<std::string>();
+  }
+  std::filesystem::path itemFolder(const std::string& id) const { return folder_ / "data/Korvalen/Library/items" / id; }
+  void showOnly(const std::string& id) {
+    settings({"activePlaylist=Web",
+              fmt::format(R"(playlists=[{{"name":"Web","itemIDs":["{}"],"intervalMinutes":60}}])", id)});
+  }
+  // One pixel of a PNG, read by ffmpeg.
+  Rgb pixelOf(const std::filesystem::path& png, int x, int y) {
+    const auto done = engine::run(testing::ffmpegOnPath(),
+                                  {"-v", "error", "-i", png.string(), "-vf", fmt::format("crop=1:1:{}:{}", x, y), "-f",
+                                   "rawvideo", "-pix_fmt", "rgb24", "-"});
+    if (!done || done->exitCode != 0 || done->output.size() != 3) {
+      return {-1, -1, -1};
+    }
+    const auto* bytes = reinterpret_cast<const unsigned char*>(done->output.data());
+    return {bytes[0], bytes[1], bytes[2]};
+  }
+  // CPU time (in clock ticks) of a process and everything it started.
+  static long ticksOf(pid_t root) {
+    long total = 0;
+    auto processes = engine::descendantsOf(root);
+    processes.push_back(root);
+    for (const pid_t pid : processes) {
+      std::ifstream in(fmt::format("/proc/{}/stat", pid));
+      std::string line;
+      std::getline(in, line);
+      const auto close = line.rfind(')');
+      if (close == std::string::npos) {
+        continue;
+      }
+      std::istringstream rest(line.substr(close + 2));
+      std::string field;
+      long user = 0;
+      long system = 0;
+      for (int i = 0; i < 11 && rest >> field; ++i) {
+      }
+      rest >> user >> system;
+      total += user + system;
+    }
+    return total;
+  }
+  static std::optional<pid_t> webProcessOf(pid_t root) {
+    for (const pid_t pid : engine::descendantsOf(root)) {
+      std::ifstream in(fmt::format("/proc/{}/comm", pid));
+      std::string name;
+      std::getline(in, name);
+      if (name.starts_with("WebKitWebProces")) {
+        return pid;
+      }
+    }
+    return std::nullopt;
+  }
+};
+
+TEST_F(WebWallpaper, APageShowsBehindTheDesktopAndReachesTheNetworkOnlyWhenAllowed) {
+  std::filesystem::create_directories(folder_ / "site");
+  std::ofstream(folder_ / "site" / "ping") << "pong";
+  const testing::WebServer server(folder_ / "site");
+  ASSERT_FALSE(server.base().empty()) << server.error();
+  // Green until a request to the server comes back; then blue.
+  const auto id = addPage(page("net", fmt::format(R"(<!doctype html><body style="margin:0;background:#00ff00">
+<script>fetch('{}/ping', {{mode: 'no-cors'}}).then(() => document.body.style.background = '#0000ff');</script>)",
+                                                  server.base())));
+  ASSERT_FALSE(id.empty());
+  EXPECT_TRUE(near(pixelOf(itemFolder(id) / "still.png", 160, 120), green));
+  EXPECT_TRUE(std::filesystem::exists(itemFolder(id) / "thumbnail.jpg"));
+
+  windowManager("openbox");
+  showOnly(id);
+  auto& running = wallpaper();
+  ASSERT_TRUE(shows(green, 160, 120));
+  ASSERT_TRUE(shows(green, 480, 120));
+  EXPECT_TRUE(
+      running.said(fmt::format("refused a request to {}/ping: this page may not use the network", server.base())))
+      << running.err;
+  // A client window is drawn over the page, which shows around it.
+  clockOnTheLeft("clockW");
+  EXPECT_TRUE(waitUntil([&] { return !near(shown(100, 80), green); }, 5s)) << shown(100, 80);
+  EXPECT_TRUE(shows(green, 20, 200, 5s));
+
+  // Allowed: the running wallpaper loads the page again, and it reaches the server.
+  ASSERT_EQ(korvalen({"library", "set", id, "allowNetwork=true"}).exitCode, 0);
+  EXPECT_TRUE(shows(blue, 480, 120, 20s)) << running.err;
+  EXPECT_TRUE(running.said("with the network"));
+}
+
+TEST_F(WebWallpaper, APageGetsNothingOutsideItsOwnFolder) {
+  std::filesystem::create_directories(folder_ / "pages" / "other");
+  const auto other = page("other", "<!doctype html><body>other</body>");
+  std::ofstream(other / "secret.txt") << "secret";
+  const auto otherId = addPage(other);
+  // Green when its own file reads and nothing else does; red when anything leaks.
+  const auto mine = page("mine", fmt::format(R"(<!doctype html><body style="margin:0;background:#808080"><script>
+const read = (url) => fetch(url).then((r) => r.ok ? r.text() : null).catch(() => null);
+Promise.all([read('own.txt'), read('korvalen-web://{0}/secret.txt'), read('../{0}/secret.txt'),
+             read('%2e%2e/%2e%2e/{0}/secret.txt'), read('inside/..%2F..%2F{0}%2Fsecret.txt'), read('link.txt'),
+             read('file:///etc/hostname')])
+  .then(([own, ...others]) => {{
+    const leaked = others.some((text) => text !== null);
+    document.body.style.background = own === 'mine' && !leaked ? '#00ff00' : '#ff0000';
+  }});
+</script>)",
+                                             otherId));
+  std::ofstream(mine / "own.txt") << "mine";
+  const auto id = addPage(mine);
+  // A link put into the library by hand later, to another item's file: not followed.
+  std::filesystem::create_symlink(itemFolder(otherId) / "secret.txt", itemFolder(id) / "link.txt");
+  // With the network allowed, only the scheme itself stands between the page and the rest.
+  ASSERT_EQ(korvalen({"library", "set", id, "allowNetwork=true"}).exitCode, 0);
+
+  windowManager("openbox");
+  showOnly(id);
+  auto& running = wallpaper();
+  ASSERT_TRUE(shows(green, 160, 120)) << running.err;
+  EXPECT_TRUE(running.said(fmt::format("refused korvalen-web://{}/secret.txt: another item's files", otherId)));
+  EXPECT_TRUE(running.said("link.txt: it leads outside the item's folder"));
+}
+
+TEST_F(WebWallpaper, AFlashingPageIsRememberedAtImportAndAStillShowsItsLayout) {
+  Json flashing;
+  addPage(page("flash", R"(<!doctype html><body style="margin:0;background:#000"><script>
+let on = false;
+setInterval(() => { on = !on; document.body.style.background = on ? '#fff' : '#000'; }, 100);
+</script>)"),
+          &flashing);
+  EXPECT_TRUE(flashing["item"].contains("flashedAt")) << flashing.dump();
+  EXPECT_EQ(flashing["item"]["flashPeakPerSecond"], 5) << flashing.dump();
+  EXPECT_THAT(korvalen({"settings", "show", "--json"}).output,
+              HasSubstr("items/" + flashing["item"]["id"].get<std::string>()));
+
+  // Left half red, right half green over blue, drawn when the page has run a while.
+  const auto id = addPage(page("layout", R"(<!doctype html><body style="margin:0;background:#fff"><script>
+requestAnimationFrame(() => setTimeout(() => { document.body.innerHTML =
+  '<div style="position:fixed;left:0;top:0;width:50vw;height:100vh;background:#f00"></div>' +
+  '<div style="position:fixed;left:50vw;top:0;width:50vw;height:50vh;background:#0f0"></div>' +
+  '<div style="position:fixed;left:50vw;top:50vh;width:50vw;height:50vh;background:#00f"></div>'; }, 500));
+</script>)"));
+  const auto still = itemFolder(id) / "still.png";
+  EXPECT_TRUE(near(pixelOf(still, 80, 120), red));
+  EXPECT_TRUE(near(pixelOf(still, 240, 60), green));
+  EXPECT_TRUE(near(pixelOf(still, 240, 180), blue));
+  // Renewed at another size.
+  const auto renewed = korvalen({"library", "still", id, "--size", "640x360"});
+  ASSERT_EQ(renewed.exitCode, 0) << renewed.error;
+  EXPECT_TRUE(near(pixelOf(still, 480, 300), blue));
+  const auto notAPage = korvalen({"library", "still", "1"});
+  EXPECT_EQ(notAPage.exitCode, 1);
+  EXPECT_THAT(notAPage.error, HasSubstr("not a web page"));
+}
+
+TEST_F(WebWallpaper, APausedPageUsesNoCPUAndACrashOrAHangFallsBackToItsStill) {
+  // Green, then ever-changing colours from a requestAnimationFrame loop once the still is taken.
+  const auto id = addPage(page("busy", R"(<!doctype html><body style="margin:0;background:#00ff00">
+<canvas id="c" width="320" height="240"></canvas><script>
+const c = document.getElementById('c').getContext('2d');
+let n = 0;
+const frame = () => { n++; c.fillStyle = 'hsl(' + (n % 360) + ',80%,50%)'; c.fillRect(0, 0, 320, 240);
+                      requestAnimationFrame(frame); };
+setTimeout(frame, 4000);
+</script>)"));
+  windowManager("openbox");
+  showOnly(id);
+  auto& running = wallpaper();
+  ASSERT_TRUE(shows(green, 160, 120));
+  ASSERT_TRUE(waitUntil([&] { return !near(shown(160, 120), green); }, 10s)) << "the page never ran";
+
+  ASSERT_EQ(korvalen({"wallpaper", "pause"}).exitCode, 0);
+  ASSERT_TRUE(statusSays([](const Json& s) { return modes(s, "paused", "paused"); }));
+  std::this_thread::sleep_for(1s);
+  const auto held = shown(160, 120);
+  const long before = ticksOf(running.child.pid());
+  std::this_thread::sleep_for(20s);
+  const long used = ticksOf(running.child.pid()) - before;
+  // Under half a percent of one core, the wallpaper and every page process together.
+  EXPECT_LT(static_cast<double>(used) / static_cast<double>(::sysconf(_SC_CLK_TCK)), 20 * 0.005) << used << " ticks";
+  EXPECT_TRUE(near(shown(160, 120), held)) << "a paused page keeps its picture";
+  ASSERT_EQ(korvalen({"wallpaper", "resume"}).exitCode, 0);
+  ASSERT_TRUE(waitUntil([&] { return !near(shown(160, 120), held); }, 10s)) << "the page did not go on";
+
+  // Its web process crashes: the wallpaper goes on, and the monitors show the still.
+  const auto web = webProcessOf(running.child.pid());
+  ASSERT_TRUE(web);
+  ASSERT_EQ(::kill(*web, SIGKILL), 0);
+  ASSERT_TRUE(running.said("web process crashed); its still shows")) << running.err;
+  EXPECT_TRUE(shows(green, 160, 120));
+  EXPECT_TRUE(shows(green, 480, 120));
+  ASSERT_TRUE(statusSays([](const Json& s) { return modes(s, "running", "running"); }));
+  // A reload tries it again.
+  ASSERT_EQ(korvalen({"wallpaper", "reload"}).exitCode, 0);
+  ASSERT_TRUE(waitUntil([&] { return !near(shown(160, 120), green); }, 15s)) << running.err;
+}
+
+TEST_F(WebWallpaper, APageThatNeverEndsAScriptIsEndedAndItsStillShows) {
+  const auto id = addPage(page("hang", R"(<!doctype html><body style="margin:0;background:#0000ff"><script>
+undefinedFunction();
+</script><script>setTimeout(() => { document.body.style.background = '#ff0000'; setTimeout(() => { for (;;) {} }, 1000); }, 4000);
+</script>)"));
+  windowManager("openbox");
+  showOnly(id);
+  auto& running = wallpaper();
+  EXPECT_TRUE(running.said("error in the page: ReferenceError")) << running.err;
+  ASSERT_TRUE(shows(red, 160, 120, 15s));
+  ASSERT_TRUE(running.said("stopped responding", 40s)) << running.err;
+  EXPECT_TRUE(shows(blue, 160, 120));
+  EXPECT_EQ(::kill(running.child.pid(), 0), 0);
 }
 
 }  // namespace

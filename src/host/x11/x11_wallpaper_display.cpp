@@ -144,6 +144,7 @@ struct Surface {
   Monitor monitor;
   Window window = None;  // None in root mode
   std::unique_ptr<X11Image> image;
+  std::string shownFrom;  // the monitor whose picture it shows (its own, or one it mirrors)
 };
 
 class X11WallpaperDisplay final : public WallpaperDisplay {
@@ -224,6 +225,14 @@ class X11WallpaperDisplay final : public WallpaperDisplay {
 
   void present(const std::string& monitorId) override { presentFrom(monitorId, monitorId); }
 
+  void repaint(const std::string& monitorId) override {
+    Surface* surface = find(monitorId);
+    if (surface != nullptr && !surface->shownFrom.empty()) {
+      presentFrom(monitorId, surface->shownFrom);
+      XFlush(display_.get());
+    }
+  }
+
   [[nodiscard]] std::optional<unsigned long> windowOf(const std::string& monitorId) const override {
     const auto found =
         std::find_if(surfaces_.begin(), surfaces_.end(), [&](const Surface& s) { return s.monitor.id == monitorId; });
@@ -241,6 +250,7 @@ class X11WallpaperDisplay final : public WallpaperDisplay {
       return;
     }
     auto& image = *from->image;
+    surface->shownFrom = source;
     if (placement_ == Placement::root) {
       image.put(rootPixmap_, gc_, static_cast<int>(surface->monitor.x), static_cast<int>(surface->monitor.y));
       XClearArea(display_.get(), root_, static_cast<int>(surface->monitor.x), static_cast<int>(surface->monitor.y),
@@ -314,7 +324,14 @@ class X11WallpaperDisplay final : public WallpaperDisplay {
         continue;
       }
       if (event.type == Expose && std::find(windows_.begin(), windows_.end(), event.xexpose.window) != windows_.end()) {
-        exposed = true;
+        // What was shown there is still in its picture: put it back, without drawing again.
+        const auto surface = std::find_if(surfaces_.begin(), surfaces_.end(),
+                                          [&](const Surface& s) { return s.window == event.xexpose.window; });
+        if (event.xexpose.count == 0 && surface != surfaces_.end() && !surface->shownFrom.empty()) {
+          presentFrom(surface->monitor.id, surface->shownFrom);
+        } else if (surface == surfaces_.end() || surface->shownFrom.empty()) {
+          exposed = true;
+        }
         continue;
       }
       if (event.type == ConfigureNotify && placement_ == Placement::below && event.xconfigure.event == root_ &&
@@ -378,7 +395,7 @@ class X11WallpaperDisplay final : public WallpaperDisplay {
       if (find(monitor.id) != nullptr || monitor.screen != DefaultScreen(display)) {
         continue;
       }
-      Surface surface{monitor, None, nullptr};
+      Surface surface{monitor, None, nullptr, {}};
       if (placement_ != Placement::root) {
         surface.window = makeWindow(monitor);
         windows_.push_back(surface.window);
