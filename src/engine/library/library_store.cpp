@@ -259,6 +259,7 @@ std::expected<void, std::string> copyTree(const fs::path& from, const fs::path& 
   if (error) {
     return std::unexpected(fmt::format("could not read the folder {}: {}", from.string(), error.message()));
   }
+  fs::create_directories(to, error);
   fs::recursive_directory_iterator entries(from, fs::directory_options::none, error);
   if (error) {
     return std::unexpected(fmt::format("could not read the folder {}: {}", from.string(), error.message()));
