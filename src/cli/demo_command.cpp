@@ -7,8 +7,10 @@
 #include "core/planning/wallpaper_planner.hpp"
 #include "core/playback/activity_classifier.hpp"
 #include "core/playback/power_rule_parser.hpp"
+#include "core/support/atomic_file.hpp"
 #include "engine/file_hash.hpp"
 #include "engine/library/library_import.hpp"
+#include "engine/library/web_still.hpp"
 #include "engine/ping_pong_builder.hpp"
 #include "engine/process.hpp"
 #include "saver/linux/desktop_host.hpp"
@@ -238,8 +240,8 @@ std::int64_t recordWallpaperDemo(engine::FrameWriter& writer, const WallpaperLib
   const std::int64_t tall = side * 9 / 16;
   const std::vector<host::Monitor> monitors{{0, "LEFT", 0, (height - tall) / 2, side, tall, "LEFT|320x180"},
                                             {0, "RIGHT", side, (height - tall) / 2, side, tall, "RIGHT|320x180"}};
-  const auto& dusk = library.items().front();
-  const auto& life = library.items().back();
+  const auto& dusk = library.items().at(0);
+  const auto& life = library.items().at(1);
   const auto look = [&](const LibraryItem& item, const std::string& monitor) {
     SaverPlan plan;
     plan.shared.reset();
@@ -259,6 +261,44 @@ std::int64_t recordWallpaperDemo(engine::FrameWriter& writer, const WallpaperLib
                                     height, monitors, std::move(changes), 5, fps, environment);
 }
 
+// The demo's web wallpaper: drifting lights drawn on a canvas, every frame.
+std::optional<std::filesystem::path> writeDemoPage(const std::filesystem::path& folder) {
+  static constexpr std::string_view page = R"(<!doctype html>
+<html><head><meta charset="utf-8"><title>Aurora</title>
+<style>html, body { margin: 0; height: 100%; background: #081020; overflow: hidden; } canvas { display: block; }</style>
+</head><body><canvas id="sky"></canvas><script>
+const sky = document.getElementById('sky');
+const paint = sky.getContext('2d');
+const fit = () => { sky.width = innerWidth; sky.height = innerHeight; };
+addEventListener('resize', fit);
+fit();
+const lights = Array.from({length: 7}, (_, i) => ({hue: 150 + i * 22, phase: i * 0.9, speed: 0.15 + i * 0.03}));
+const frame = (ms) => {
+  const t = ms / 1000;
+  const w = sky.width, h = sky.height;
+  paint.fillStyle = 'rgba(8, 16, 32, 0.25)';
+  paint.fillRect(0, 0, w, h);
+  for (const light of lights) {
+    const x = w * (0.5 + 0.4 * Math.sin(t * light.speed + light.phase));
+    const y = h * (0.45 + 0.3 * Math.cos(t * light.speed * 1.3 + light.phase));
+    const glow = paint.createRadialGradient(x, y, 0, x, y, h * 0.45);
+    glow.addColorStop(0, 'hsla(' + light.hue + ', 80%, 60%, 0.35)');
+    glow.addColorStop(1, 'hsla(' + light.hue + ', 80%, 60%, 0)');
+    paint.fillStyle = glow;
+    paint.fillRect(0, 0, w, h);
+  }
+  requestAnimationFrame(frame);
+};
+requestAnimationFrame(frame);
+</script></body></html>
+)";
+  const auto pageFolder = folder / "aurora";
+  if (auto written = files::writeAtomically(pageFolder / "index.html", std::string(page)); !written) {
+    return std::nullopt;
+  }
+  return pageFolder;
+}
+
 // The live wallpaper behind the windows for a few seconds, from a settings file and the
 // demo's library, in a Korvalen folder of its own (its own socket and planner lock).
 void showLiveWallpaper(std::ostream& out, const std::filesystem::path& folder, const WallpaperLibrary& library,
@@ -275,7 +315,15 @@ void showLiveWallpaper(std::ostream& out, const std::filesystem::path& folder, c
   std::filesystem::create_directories(run, error);
   std::filesystem::permissions(run, std::filesystem::perms::owner_all, error);
   KorvalenSettings settings;
-  settings.playlists.push_back(Playlist{"Demo", {library.items().front().id, library.items().back().id}, 1, false, {}});
+  // The page first when there is one, then the clip: a minute each.
+  std::vector<std::string> shown;
+  for (const auto& item : library.items()) {
+    if (item.kind == WallpaperKind::web) {
+      shown.push_back(item.id);
+    }
+  }
+  shown.push_back(library.items().at(0).id);
+  settings.playlists.push_back(Playlist{"Demo", shown, 1, false, {}});
   settings.activePlaylist = "Demo";
   if (auto saved = Settings::save(settings, files.settings); !saved) {
     out << "  " << saved.error() << "\n";
@@ -349,8 +397,22 @@ void showSaver(std::ostream& out, const std::filesystem::path& folder, const Con
                        item.hasAudio.value_or(false) ? " with sound" : "",
                        library.itemFolderOf(item).value_or(folder).string());
   }
-  const auto& dusk = library.items().front();
-  const auto& life = library.items().back();
+  // A web wallpaper too: a page of our own, photographed for its still.
+  importing.webView = engine::findWebView(context.environment("PATH").value_or(""));
+  importing.stillWidth = 640;
+  importing.stillHeight = 360;
+  if (const auto page = writeDemoPage(folder)) {
+    for (const auto& line : engine::importInto(library, {engine::ImportCandidate{*page, true}}, importing)) {
+      out << (line.item ? fmt::format("    item {}: web \"{}\", a page with a moving canvas\n", line.item->id,
+                                      line.item->title)
+                        : fmt::format("    {}: {}\n", line.source, line.detail));
+      for (const auto& note : line.notes) {
+        out << "      " << note << "\n";
+      }
+    }
+  }
+  const auto& dusk = library.items().at(0);
+  const auto& life = library.items().at(1);
   library.setFit(life.id, FitMode::fit);  // an adjustment, as `korvalen library set` makes
   if (auto saved = library.save(); !saved) {
     out << "  " << saved.error() << "\n";
