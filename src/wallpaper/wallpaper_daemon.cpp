@@ -510,6 +510,8 @@ class Daemon {
     }
     request.storage = options_.files.settings.parent_path() / "web-storage" / item->id;
     request.window = display_->windowOf(directive.monitorId);
+    request.overBackground =
+        options_.backend == host::Backend::wayland && options_.layer == host::Placement::background;
     request.x = monitor.x;
     request.y = monitor.y;
     request.width = monitor.width;

@@ -38,6 +38,9 @@ std::vector<std::string> argumentsFor(const WebPageRequest& request, bool runnin
   if (request.window) {
     arguments.insert(arguments.end(), {"--into", std::to_string(*request.window)});
   }
+  if (request.overBackground) {
+    arguments.emplace_back("--bottom");  // a surface of the same layer may end up under ours
+  }
   if (!running) {
     arguments.emplace_back("--paused");
   }

@@ -29,6 +29,7 @@ struct WebPageRequest {
   bool allowNetwork = false;
   std::filesystem::path storage;
   std::optional<unsigned long> window;  // X11: the monitor's own window
+  bool overBackground = false;          // Wayland: the wallpaper is on the background layer
   long x = 0;
   long y = 0;
   long width = 0;

@@ -8,7 +8,11 @@
 #include <CLI/CLI.hpp>
 
 #include <cstdio>
+#include <cstdlib>
+#include <filesystem>
 #include <regex>
+
+#include <unistd.h>
 
 namespace {
 
@@ -34,6 +38,44 @@ bool readSize(const std::string& text, int& width, int& height) {
   height = std::stoi(match[2].str());
   return true;
 }
+
+// WebKit's sandbox lets the page's processes see the compositor's socket by its name inside
+// XDG_RUNTIME_DIR. A WAYLAND_DISPLAY given as a path elsewhere gets a link there, by name.
+class WaylandSocketName {
+ public:
+  WaylandSocketName() {
+    const char* display = std::getenv("WAYLAND_DISPLAY");  // NOLINT(concurrency-mt-unsafe): before threads
+    const char* runtime = std::getenv("XDG_RUNTIME_DIR");  // NOLINT(concurrency-mt-unsafe)
+    if (display == nullptr || runtime == nullptr || display[0] != '/') {
+      return;
+    }
+    const std::filesystem::path socket(display);
+    if (socket.parent_path() == std::filesystem::path(runtime)) {
+      ::setenv("WAYLAND_DISPLAY", socket.filename().c_str(), 1);  // NOLINT(concurrency-mt-unsafe)
+      return;
+    }
+    link_ = std::filesystem::path(runtime) / fmt::format("korvalen-web-wayland-{}", ::getpid());
+    std::error_code error;
+    std::filesystem::remove(link_, error);
+    std::filesystem::create_symlink(socket, link_, error);
+    if (error) {
+      link_.clear();
+      return;
+    }
+    ::setenv("WAYLAND_DISPLAY", link_.filename().c_str(), 1);  // NOLINT(concurrency-mt-unsafe)
+  }
+  ~WaylandSocketName() {
+    std::error_code error;
+    if (!link_.empty()) {
+      std::filesystem::remove(link_, error);
+    }
+  }
+  WaylandSocketName(const WaylandSocketName&) = delete;
+  WaylandSocketName& operator=(const WaylandSocketName&) = delete;
+
+ private:
+  std::filesystem::path link_;
+};
 
 }  // namespace
 
@@ -61,6 +103,7 @@ int main(int argc, char** argv) {
   bool paused = false;
   show->add_option("--into", into, "X11: the window to show it in");
   show->add_option("--at", at, "X,Y: the monitor's position");
+  show->add_flag("--bottom", placement.bottomLayer, "Wayland: on the bottom layer, over a wallpaper's background");
   show->add_flag("--muted", muted);
   show->add_flag("--paused", paused);
   auto* still = app.add_subcommand("still", "make the page's still and check it for flashes");
@@ -91,6 +134,7 @@ int main(int argc, char** argv) {
   if (into != 0) {
     placement.into = into;
   }
+  const WaylandSocketName socketName;
   if (gtk_init_check(&argc, &argv) == FALSE) {
     say("no display to show a page on (neither WAYLAND_DISPLAY nor DISPLAY works)");
     return 1;

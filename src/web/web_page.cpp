@@ -187,9 +187,7 @@ class Page {
   std::function<void()> loaded;  // once, when the page first finished loading
 
   // Shown pages only: an off-screen still has its own time limit.
-  void watchForHangs() {
-    lifeTimer_ = g_timeout_add_seconds(lifeCheckSeconds, &Page::checkLife, this);
-  }
+  void watchForHangs() { lifeTimer_ = g_timeout_add_seconds(lifeCheckSeconds, &Page::checkLife, this); }
 
   void end(int code, const std::string& why) {
     if (!why.empty()) {
@@ -459,7 +457,8 @@ std::expected<GtkWidget*, std::string> windowFor(const PageOptions& options, con
       return std::unexpected("the compositor has no layer shell, so a page cannot go behind the desktop");
     }
     gtk_layer_init_for_window(GTK_WINDOW(window));
-    gtk_layer_set_layer(GTK_WINDOW(window), GTK_LAYER_SHELL_LAYER_BACKGROUND);
+    gtk_layer_set_layer(GTK_WINDOW(window),
+                        placement.bottomLayer ? GTK_LAYER_SHELL_LAYER_BOTTOM : GTK_LAYER_SHELL_LAYER_BACKGROUND);
     gtk_layer_set_namespace(GTK_WINDOW(window), "korvalen-web");
     for (const auto edge : {GTK_LAYER_SHELL_EDGE_LEFT, GTK_LAYER_SHELL_EDGE_RIGHT, GTK_LAYER_SHELL_EDGE_TOP,
                             GTK_LAYER_SHELL_EDGE_BOTTOM}) {

@@ -29,6 +29,7 @@ struct Placement {
   std::optional<unsigned long> into;  // X11: inside this window (the wallpaper's own)
   int x = 0;                          // else a window of its own behind the desktop, on the
   int y = 0;                          // monitor at this position
+  bool bottomLayer = false;           // Wayland: above the background layer, below windows
 };
 
 // What the page says to the program that started it: one line each.

@@ -34,6 +34,7 @@ using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 using Json = nlohmann::json;
 
+using testing::blue;
 using testing::near;
 using testing::red;
 using testing::Rgb;
@@ -516,6 +517,30 @@ TEST_F(WaylandWallpaper, OutputsUnpluggedAndPluggedWhileItPlays) {
   EXPECT_EQ(listed[0]["mode"], "running");
   ASSERT_EQ(::kill(running.child.pid(), SIGTERM), 0);
   EXPECT_EQ(running.child.wait(running.out, running.err), 0) << running.err;
+}
+
+TEST_F(WaylandWallpaper, AWebPageShowsOverTheWallpapersOwnSurfaceOnEachOutput) {
+  // Green for its still; blue once it has run past the still's moment: what shows is the page.
+  const auto folder = folder_ / "page";
+  std::filesystem::create_directories(folder);
+  std::ofstream(folder / "index.html") << R"(<!doctype html><body style="margin:0;background:#00ff00"><script>
+setTimeout(() => { document.body.style.background = '#0000ff'; }, 4500);
+</script>)";
+  const auto added = korvalen({"library", "add", folder.string(), "--size", "320x240"});
+  ASSERT_EQ(added.exitCode, 0) << added.output << added.error;
+  EXPECT_THAT(added.output, HasSubstr("as item 2: web"));
+  ASSERT_EQ(korvalen({"settings", "set", "activePlaylist=Page",
+                      R"(playlists=[{"name":"Page","itemIDs":["2"],"intervalMinutes":60}])"})
+                .exitCode,
+            0);
+  auto& running = wallpaper();
+  EXPECT_TRUE(running.said("page of item 2 started")) << running.err;
+  ASSERT_TRUE(shows(blue, "HEADLESS-1", 20s)) << running.err;
+  ASSERT_TRUE(shows(blue, "HEADLESS-2", 20s)) << running.err;
+  // Windows still go over it.
+  sway({"exec", "foot --app-id=cover sleep 600"});
+  ASSERT_TRUE(waitUntil([&] { return !near(shown("HEADLESS-1"), blue); }, 10s)) << "the window never covered it";
+  EXPECT_TRUE(near(shown("HEADLESS-2"), blue));
 }
 
 }  // namespace
