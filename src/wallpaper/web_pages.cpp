@@ -53,8 +53,9 @@ std::vector<std::string> argumentsFor(const WebPageRequest& request, bool runnin
 }  // namespace
 
 struct WebPages::Page {
+  explicit Page(engine::ChildProcess process) : child(std::move(process)) {}
   WebPageRequest request;
-  std::optional<engine::ChildProcess> child;
+  engine::ChildProcess child;
   std::unique_ptr<engine::EventLoop::Watch> watch;
   std::string output;
   std::string error;      // what came, up to the last full line
@@ -115,22 +116,18 @@ void WebPages::show(const std::string& monitor, const std::optional<WebPageReque
     failed_[monitor] = *request;
     return;
   }
-  auto page = std::make_unique<Page>();
+  auto page = std::make_unique<Page>(std::move(*child));
   page->request = *request;
   page->running = running;
   page->muted = muted;
-  page->child.emplace(std::move(*child));
-  page->watch = loop_.watch(page->child->errorDescriptor(), POLLIN, [this, monitor](short) { read(monitor); });
-  say_(fmt::format("monitor {}: page of item {} started (pid {}{})", monitor, request->item, page->child->pid(),
+  page->watch = loop_.watch(page->child.errorDescriptor(), POLLIN, [this, monitor](short) { read(monitor); });
+  say_(fmt::format("monitor {}: page of item {} started (pid {}{})", monitor, request->item, page->child.pid(),
                    request->allowNetwork ? ", with the network" : ""));
   pages_[monitor] = std::move(page);
 }
 
 void WebPages::send(Page& page, const std::string& command) {
-  if (!page.child) {
-    return;
-  }
-  page.child->write(command + "\n", page.output, page.error);
+  page.child.write(command + "\n", page.output, page.error);
 }
 
 void WebPages::read(const std::string& monitor) {
@@ -139,7 +136,7 @@ void WebPages::read(const std::string& monitor) {
     return;
   }
   auto& page = *found->second;
-  const bool open = page.child->pump(page.output, page.error, std::chrono::milliseconds(0));
+  const bool open = page.child.pump(page.output, page.error, std::chrono::milliseconds(0));
   page.output.clear();  // it says nothing there
   std::size_t start = 0;
   for (auto end = page.error.find('\n'); end != std::string::npos; end = page.error.find('\n', start)) {
@@ -156,7 +153,7 @@ void WebPages::read(const std::string& monitor) {
     start = end + 1;
   }
   page.error.erase(0, start);
-  if (!open || page.child->errorDescriptor() < 0) {
+  if (!open || page.child.errorDescriptor() < 0) {
     ended(monitor);
   }
 }
@@ -169,7 +166,7 @@ void WebPages::ended(const std::string& monitor) {
   auto page = std::move(found->second);
   pages_.erase(found);
   page->watch.reset();
-  const int code = page->child->wait(page->output, page->error);
+  const int code = page->child.wait(page->output, page->error);
   failed_[monitor] = page->request;
   say_(fmt::format("monitor {}: page of item {} ended ({}{}); its still shows until the next item or a reload", monitor,
                    page->request.item,

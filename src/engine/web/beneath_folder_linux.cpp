@@ -3,7 +3,7 @@
 #include <fmt/format.h>
 
 #include <cerrno>
-#include <cstring>
+#include <system_error>
 
 #include <fcntl.h>
 #include <linux/openat2.h>
@@ -24,7 +24,7 @@ int openat2(int directory, const char* path, const open_how& how) {
 std::expected<OpenedFile, std::string> openBeneath(const std::filesystem::path& folder, std::string_view relative) {
   const int root = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   if (root < 0) {
-    return std::unexpected(fmt::format("{}: {}", folder.string(), std::strerror(errno)));
+    return std::unexpected(fmt::format("{}: {}", folder.string(), std::generic_category().message(errno)));
   }
   open_how how{};
   how.flags = O_RDONLY | O_CLOEXEC | O_NOCTTY;
@@ -34,7 +34,7 @@ std::expected<OpenedFile, std::string> openBeneath(const std::filesystem::path& 
   const int saved = errno;
   ::close(root);
   if (fd < 0) {
-    return std::unexpected(fmt::format("{}: {}", name, saved == EXDEV ? "outside the folder" : std::strerror(saved)));
+    return std::unexpected(fmt::format("{}: {}", name, saved == EXDEV ? "outside the folder" : std::generic_category().message(saved)));
   }
   struct stat status {};
   if (::fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) {
