@@ -877,5 +877,27 @@ undefinedFunction();
   EXPECT_EQ(::kill(running.child.pid(), 0), 0);
 }
 
+TEST_F(WebWallpaper, ARemotePageIsAnItemWithTheNetworkAndItsAddress) {
+  std::filesystem::create_directories(folder_ / "site");
+  std::ofstream(folder_ / "site" / "sky.html") << R"(<!doctype html><body style="margin:0;background:#0000ff">)";
+  const testing::WebServer server(folder_ / "site");
+  ASSERT_FALSE(server.base().empty()) << server.error();
+  const auto address = server.base() + "/sky.html";
+  const auto added = korvalen({"library", "add", "--web", address, "--size", "320x240", "--json"});
+  ASSERT_EQ(added.exitCode, 0) << added.output << added.error;
+  const auto item = Json::parse(added.output)[0]["item"];
+  EXPECT_EQ(item["kind"], "web");
+  EXPECT_EQ(item["allowNetwork"], true);
+  EXPECT_EQ(item["sourceURL"], address);
+  EXPECT_EQ(item["source"], server.base().substr(std::string("http://").size()));
+  EXPECT_TRUE(near(pixelOf(itemFolder(item["id"].get<std::string>()) / "still.png", 160, 120), blue));
+  // The same address again is the same item.
+  const auto again = korvalen({"library", "add", "--web", address, "--size", "320x240"});
+  EXPECT_THAT(again.output, HasSubstr("already in the library as item " + item["id"].get<std::string>()));
+  const auto notAnAddress = korvalen({"library", "add", "--web", "file:///etc/hostname"});
+  EXPECT_EQ(notAnAddress.exitCode, 2);
+  EXPECT_THAT(notAnAddress.error, HasSubstr("--web"));
+}
+
 }  // namespace
 }  // namespace korvalen
