@@ -27,8 +27,20 @@ namespace {
 // Runs in a world of its own, which the page cannot see or imitate: it passes on what the
 // content security policy refused, and the page's uncaught errors.
 constexpr const char* watchScript = R"js(
+const framesSaid = new Set();
 addEventListener('securitypolicyviolation', (e) => {
-  window.webkit.messageHandlers.refused.postMessage(String(e.blockedURI || e.violatedDirective));
+  // A frame's report names only its origin: its element has the whole address.
+  let address = String(e.blockedURI || e.violatedDirective);
+  if (/^(frame|child)-src/.test(e.effectiveDirective)) {
+    for (const frame of document.querySelectorAll('iframe[src], frame[src]')) {
+      if (frame.src.startsWith(address) && !framesSaid.has(frame.src)) {
+        address = frame.src;
+        framesSaid.add(address);
+        break;
+      }
+    }
+  }
+  window.webkit.messageHandlers.refused.postMessage(address);
 }, true);
 addEventListener('error', (e) => {
   if (e instanceof ErrorEvent) {

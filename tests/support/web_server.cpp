@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <fstream>
+#include <iterator>
 #include <string_view>
 
 namespace korvalen::testing {
@@ -10,11 +11,20 @@ namespace {
 constexpr std::string_view script = R"PY(
 import http.server, os, sys, time
 root = sys.argv[1]
+requests = sys.argv[2]
 class Handler(http.server.SimpleHTTPRequestHandler):
     def __init__(self, *a, **k):
         super().__init__(*a, directory=root, **k)
     def log_message(self, *a):
         pass
+    def parse_request(self):
+        ok = super().parse_request()
+        if ok:
+            with open(requests, "a") as log:
+                log.write(self.command + " " + self.path + "\n")
+        return ok
+    def do_POST(self):
+        self.send_error(404)
     def do_GET(self):
         for prefix in ("/slow/", "/broken/"):
             if self.path.startswith(prefix):
@@ -44,8 +54,11 @@ server.serve_forever()
 
 WebServer::WebServer(const std::filesystem::path& root) {
   const auto file = root.parent_path() / "web_server.py";
+  requests_ = root.parent_path() / "web_server_requests.txt";
   std::ofstream(file) << script;
-  auto started = engine::ChildProcess::start("/usr/bin/python3", {"-u", file.string(), root.string()});
+  std::ofstream{requests_};
+  auto started =
+      engine::ChildProcess::start("/usr/bin/python3", {"-u", file.string(), root.string(), requests_.string()});
   if (!started) {
     error_ = started.error();
     return;
@@ -60,6 +73,11 @@ WebServer::WebServer(const std::filesystem::path& root) {
     return;
   }
   base_ = "http://127.0.0.1:" + out.substr(0, out.find('\n'));
+}
+
+std::string WebServer::requests() const {
+  std::ifstream in(requests_);
+  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
 WebServer::~WebServer() {

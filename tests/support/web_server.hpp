@@ -1,6 +1,7 @@
 // A web server on 127.0.0.1 for the download tests: Python's, serving a folder, with two
 // paths for failures: "/slow/NAME" sends NAME a little at a time (to be interrupted), and
-// "/broken/NAME" promises all of NAME and stops halfway.
+// "/broken/NAME" promises all of NAME and stops halfway. Every request it reads is noted, so
+// a test can tell that nothing reached it.
 #pragma once
 
 #include "engine/process.hpp"
@@ -23,9 +24,12 @@ class WebServer {
   // "http://127.0.0.1:PORT", without a trailing slash.
   [[nodiscard]] const std::string& base() const { return base_; }
   [[nodiscard]] const std::string& error() const { return error_; }
+  // "METHOD PATH" a line, for every request read so far.
+  [[nodiscard]] std::string requests() const;
 
  private:
   std::optional<engine::ChildProcess> server_;
+  std::filesystem::path requests_;
   std::string base_;
   std::string error_;
 };

@@ -725,35 +725,67 @@ class WebWallpaper : public LiveWallpaper {
 };
 
 TEST_F(WebWallpaper, APageShowsBehindTheDesktopAndReachesTheNetworkOnlyWhenAllowed) {
+  static constexpr Rgb yellow{255, 255, 0};
   std::filesystem::create_directories(folder_ / "site");
   std::ofstream(folder_ / "site" / "ping") << "pong";
   const testing::WebServer server(folder_ / "site");
   ASSERT_FALSE(server.base().empty()) << server.error();
-  // Green until a request to the server comes back; then blue.
-  const auto id = addPage(page("net", fmt::format(R"(<!doctype html><body style="margin:0;background:#00ff00">
-<script>fetch('{}/ping', {{mode: 'no-cors'}}).then(() => document.body.style.background = '#0000ff');</script>)",
-                                                  server.base())));
+  // Every way a page reaches a server: blue when the fetch comes back; yellow once it has
+  // tried them all and nothing did.
+  const auto id = addPage(page("net", fmt::format(R"(<!doctype html><html><head>
+<link rel="stylesheet" href="{0}/style.css">
+<style>@font-face {{ font-family: far; src: url({0}/font.woff); }} span {{ font-family: far; }}
+#bg {{ width: 1px; height: 1px; background-image: url({0}/bg.png); }}</style>
+<script src="{0}/script.js"></script>
+</head><body style="margin:0;background:#00ff00"><span>text</span><div id="bg"></div>
+<img src="{0}/img.png" width="1" height="1"><video src="{0}/clip.mp4" preload="auto" width="1" height="1"></video>
+<iframe src="{0}/frame" style="display:none"></iframe><iframe name="sink" style="display:none"></iframe>
+<form id="f" action="{0}/form" method="post" target="sink"></form>
+<script>
+const tries = [];
+const attempt = (what) => {{ try {{ what(); }} catch (e) {{}} }};
+attempt(() => {{ const x = new XMLHttpRequest(); x.open('GET', '{0}/xhr'); x.send(); }});
+attempt(() => new WebSocket('{1}/ws'));
+attempt(() => new EventSource('{0}/events'));
+attempt(() => navigator.sendBeacon('{0}/beacon', 'x'));
+attempt(() => import('{0}/module.js').catch(() => {{}}));
+attempt(() => document.getElementById('f').submit());
+fetch('{0}/ping', {{mode: 'no-cors'}}).then(() => document.body.style.background = '#0000ff', () => {{}});
+setTimeout(() => {{
+  if (document.body.style.background !== 'rgb(0, 0, 255)') {{
+    document.body.style.background = '#ffff00';
+  }}
+}}, 1500);
+</script></body></html>)",
+                                                  server.base(), "ws" + server.base().substr(4))));
   ASSERT_FALSE(id.empty());
-  EXPECT_TRUE(near(pixelOf(itemFolder(id) / "still.png", 160, 120), green));
+  // Its still was taken with the network off as well.
+  EXPECT_TRUE(near(pixelOf(itemFolder(id) / "still.png", 160, 120), yellow));
   EXPECT_TRUE(std::filesystem::exists(itemFolder(id) / "thumbnail.jpg"));
 
   windowManager("openbox");
   showOnly(id);
   auto& running = wallpaper();
-  ASSERT_TRUE(shows(green, 160, 120));
-  ASSERT_TRUE(shows(green, 480, 120));
-  EXPECT_TRUE(
-      running.said(fmt::format("refused a request to {}/ping: this page may not use the network", server.base())))
-      << running.err;
+  ASSERT_TRUE(shows(yellow, 160, 120));
+  ASSERT_TRUE(shows(yellow, 480, 120));
+  for (const auto& address :
+       {server.base() + "/ping", server.base() + "/img.png", server.base() + "/script.js",
+        "ws" + server.base().substr(4) + "/ws", server.base() + "/frame", server.base() + "/form"}) {
+    EXPECT_TRUE(running.said(fmt::format("refused a request to {}: this page may not use the network", address), 5s))
+        << address << running.err;
+  }
+  // Not one request reached the server, from the import or the wallpaper.
+  EXPECT_EQ(server.requests(), "");
   // A client window is drawn over the page, which shows around it.
   clockOnTheLeft("clockW");
-  EXPECT_TRUE(waitUntil([&] { return !near(shown(100, 80), green); }, 5s)) << shown(100, 80);
-  EXPECT_TRUE(shows(green, 20, 200, 5s));
+  EXPECT_TRUE(waitUntil([&] { return !near(shown(100, 80), yellow); }, 5s)) << shown(100, 80);
+  EXPECT_TRUE(shows(yellow, 20, 200, 5s));
 
   // Allowed: the running wallpaper loads the page again, and it reaches the server.
   ASSERT_EQ(korvalen({"library", "set", id, "allowNetwork=true"}).exitCode, 0);
   EXPECT_TRUE(shows(blue, 480, 120, 20s)) << running.err;
   EXPECT_TRUE(running.said("with the network"));
+  EXPECT_THAT(server.requests(), HasSubstr("GET /ping\n"));
 }
 
 TEST_F(WebWallpaper, APageGetsNothingOutsideItsOwnFolder) {
