@@ -229,10 +229,12 @@ std::filesystem::path freshName(const std::string& stem, const std::string& exte
 
 constexpr double wallpaperHandover = 2;  // seconds into the wallpaper's part
 constexpr double handoverSeconds = 1.2;
+constexpr double webHandover = 3.6;
 
 // The live wallpaper recorded headless: two monitors (320x180 each) in the middle of the
 // movie's frame; the left one shows the clip and hands over to the animated image through a
-// cross-blend, the right one shows the animated image and is paused for a second and a half.
+// cross-blend, the right one shows the animated image, is paused for a second, and
+// hands over to the web page's still.
 std::int64_t recordWallpaperDemo(engine::FrameWriter& writer, const WallpaperLibrary& library,
                                  const paths::Environment& environment, std::int64_t width, std::int64_t height,
                                  double fps) {
@@ -245,8 +247,11 @@ std::int64_t recordWallpaperDemo(engine::FrameWriter& writer, const WallpaperLib
   const auto look = [&](const LibraryItem& item, const std::string& monitor) {
     SaverPlan plan;
     plan.shared.reset();
-    return wallpaper::Look{item.id, SaverContent::from(library.contentOf(item), monitor, item.title, 0, std::nullopt),
-                           plan};
+    std::optional<std::string> still;
+    if (const auto folder = library.itemFolderOf(item); folder && item.kind == WallpaperKind::web) {
+      still = (*folder / engine::stillName).string();
+    }
+    return wallpaper::Look{item.id, SaverContent::from(library.contentOf(item), monitor, item.title, 0, still), plan};
   };
   auto crossBlend = TransitionRegistry::find("crossBlend");
   std::vector<wallpaper::RecordedChange> changes{
@@ -255,8 +260,20 @@ std::int64_t recordWallpaperDemo(engine::FrameWriter& writer, const WallpaperLib
       {wallpaperHandover, monitors[0].id, look(life, monitors[0].id),
        wallpaper::PlaybackController::Handover{*crossBlend, handoverSeconds, std::nullopt}, PlaybackMode::running},
       {2.5, monitors[1].id, std::nullopt, std::nullopt, PlaybackMode::paused},
-      {4, monitors[1].id, std::nullopt, std::nullopt, PlaybackMode::running},
+      {3.5, monitors[1].id, std::nullopt, std::nullopt, PlaybackMode::running},
   };
+  // The page, by its still: headless, nothing runs it live.
+  for (const auto& item : library.items()) {
+    std::error_code error;
+    const auto folder = library.itemFolderOf(item);
+    if (item.kind == WallpaperKind::web && folder &&
+        std::filesystem::is_regular_file(*folder / engine::stillName, error)) {
+      changes.push_back({webHandover, monitors[1].id, look(item, monitors[1].id),
+                         wallpaper::PlaybackController::Handover{*crossBlend, handoverSeconds, std::nullopt},
+                         PlaybackMode::running});
+      break;
+    }
+  }
   return wallpaper::recordWallpaper([&writer](const engine::Picture& frame) { return writer.write(frame); }, width,
                                     height, monitors, std::move(changes), 5, fps, environment);
 }
@@ -501,7 +518,8 @@ void showSaver(std::ostream& out, const std::filesystem::path& folder, const Con
     writePlan(second);
     frames += recordSaver(*writer, screen, environment, imageSeconds, fps);
     out << "\nThe live wallpaper, headless: two monitors side by side; the left one hands its clip over to the "
-           "animated image through a cross-blend, the right one is paused for a while\n";
+           "animated image through a cross-blend, the right one is paused for a while, then shows the web page "
+           "(by its still: a page runs live only behind a desktop)\n";
     wallpaperFrames = recordWallpaperDemo(*writer, library, environment, width, height, fps);
   }
   if (auto finished = writer->finish(); !finished) {

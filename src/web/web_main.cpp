@@ -1,15 +1,18 @@
 // korvalen-web: one web wallpaper's page, started by the live wallpaper for each monitor
 // that shows one (and by import for its still). A process of its own, so GTK and WebKit stay
 // out of the wallpaper's loop and a page that crashes or hangs takes nothing else with it.
+#include "engine/process.hpp"
 #include "web/web_page.hpp"
 
 #include <fmt/format.h>
 #include <gtk/gtk.h>
 #include <CLI/CLI.hpp>
 
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <optional>
 #include <regex>
 
 #include <unistd.h>
@@ -77,6 +80,45 @@ class WaylandSocketName {
   std::filesystem::path link_;
 };
 
+// A still needs a display only to render into memory: with none, a private X server
+// (Xvfb, when installed) serves, so a page imported over SSH or in a headless demo still
+// gets its still. Ended with this program.
+class PrivateDisplay {
+ public:
+  bool start(int width, int height) {
+    const char* path = std::getenv("PATH");  // NOLINT(concurrency-mt-unsafe): before threads
+    const auto program = korvalen::engine::findExecutable("Xvfb", path != nullptr ? path : "/usr/bin:/bin");
+    if (!program) {
+      return false;
+    }
+    auto started = korvalen::engine::ChildProcess::start(
+        *program,
+        {"-displayfd", "1", "-nolisten", "tcp", "-noreset", "-screen", "0", fmt::format("{}x{}x24", width, height)});
+    if (!started) {
+      return false;
+    }
+    server_.emplace(std::move(*started));
+    std::string output;
+    std::string error;
+    for (int i = 0; i < 100 && output.find('\n') == std::string::npos; ++i) {
+      if (!server_->pump(output, error, std::chrono::milliseconds(50))) {
+        break;
+      }
+    }
+    const auto end = output.find('\n');
+    if (end == std::string::npos || end == 0) {
+      server_.reset();
+      return false;
+    }
+    ::unsetenv("WAYLAND_DISPLAY");                                  // NOLINT(concurrency-mt-unsafe)
+    ::setenv("DISPLAY", (":" + output.substr(0, end)).c_str(), 1);  // NOLINT(concurrency-mt-unsafe)
+    return true;
+  }
+
+ private:
+  std::optional<korvalen::engine::ChildProcess> server_;
+};
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -135,8 +177,12 @@ int main(int argc, char** argv) {
     placement.into = into;
   }
   const WaylandSocketName socketName;
-  if (gtk_init_check(&argc, &argv) == FALSE) {
-    say("no display to show a page on (neither WAYLAND_DISPLAY nor DISPLAY works)");
+  PrivateDisplay privateDisplay;
+  if (gtk_init_check(&argc, &argv) == FALSE &&
+      (show->parsed() || !privateDisplay.start(options.width, options.height) ||
+       gtk_init_check(&argc, &argv) == FALSE)) {
+    say(show->parsed() ? "no display to show a page on (neither WAYLAND_DISPLAY nor DISPLAY works)"
+                       : "no display to show a page on (neither WAYLAND_DISPLAY nor DISPLAY works, and no Xvfb)");
     return 1;
   }
   if (show->parsed()) {

@@ -579,6 +579,20 @@ TEST_F(Desktop, WithoutADisplayTheDemoKeepsAVideoOfTheSaverAndWritesOverNothing)
   ASSERT_EQ(wallpaper.size(), 48U);
   EXPECT_GT(brightness(wallpaper.substr(12, 24)), 20) << "the monitors' band";
   EXPECT_LT(brightness(wallpaper.substr(0, 12)), 8) << "black above it";
+  // At the end the right monitor shows the demo's web page by its still: blue-green glows
+  // on a dark blue sky, where the left one shows the image's amber cells.
+  EXPECT_THAT(demo.output, HasSubstr("[RIGHT|320x180] screen RIGHT|320x180 -> index.html"));
+  const auto end = frame(11.9);
+  ASSERT_EQ(end.size(), 48U);
+  const auto channel = [&](std::size_t column, std::size_t colour) {
+    int sum = 0;
+    for (const std::size_t row : {1U, 2U}) {
+      sum += static_cast<unsigned char>(end[row * 12 + column * 3 + colour]);
+    }
+    return sum;
+  };
+  EXPECT_GT(channel(3, 2), channel(3, 0) + 40) << "the page's blue on the right";
+  EXPECT_GT(channel(0, 0), channel(0, 2) + 20) << "the image's amber on the left";
   // The clip's sound is in it.
   const auto sound = engine::run(ffmpeg, {"-v", "error", "-i", movie.string(), "-map", "0:a:0", "-f", "null", "-"});
   EXPECT_TRUE(sound && sound->exitCode == 0) << (sound ? sound->error : sound.error());
