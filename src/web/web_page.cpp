@@ -9,6 +9,7 @@
 #include <gdk/gdkwayland.h>
 #include <gdk/gdkx.h>
 #include <gio/gunixinputstream.h>
+#include <glib-unix.h>
 #include <gtk-layer-shell/gtk-layer-shell.h>
 #include <gtk/gtkx.h>
 #include <webkit2/webkit2.h>
@@ -176,9 +177,18 @@ class Page {
     }
     paused_ = paused;
     ++pauseTurn_;
+    // A paused page is not asked for signs of life: nothing here wakes until it resumes.
+    if (lifeTimer_ != 0) {
+      g_source_remove(lifeTimer_);
+      lifeTimer_ = 0;
+    }
+    askedSince_.reset();
     if (!paused) {
       engine::signalEach(engine::descendantsOf(::getpid()), SIGCONT);
       gtk_stack_set_visible_child_name(GTK_STACK(stack_), "page");
+      if (watching_) {
+        lifeTimer_ = g_timeout_add_seconds(lifeCheckSeconds, &Page::checkLife, this);
+      }
       return;
     }
     webkit_web_view_get_snapshot(
@@ -199,7 +209,12 @@ class Page {
   std::function<void()> loaded;  // once, when the page first finished loading
 
   // Shown pages only: an off-screen still has its own time limit.
-  void watchForHangs() { lifeTimer_ = g_timeout_add_seconds(lifeCheckSeconds, &Page::checkLife, this); }
+  void watchForHangs() {
+    watching_ = true;
+    if (!paused_ && lifeTimer_ == 0) {
+      lifeTimer_ = g_timeout_add_seconds(lifeCheckSeconds, &Page::checkLife, this);
+    }
+  }
 
   void end(int code, const std::string& why) {
     if (!why.empty()) {
@@ -233,8 +248,7 @@ class Page {
 
   static gboolean checkLife(gpointer data) {
     auto& self = *static_cast<Page*>(data);
-    if (self.paused_ || !self.finished_) {
-      self.askedSince_.reset();
+    if (!self.finished_) {
       return G_SOURCE_CONTINUE;
     }
     const double now = monotonicSeconds();
@@ -410,6 +424,7 @@ class Page {
   std::optional<double> askedSince_;  // a sign of life asked for and not yet given
   bool finished_ = false;
   bool paused_ = false;
+  bool watching_ = false;
   int errors_ = 0;
 };
 
@@ -555,9 +570,19 @@ int showPage(const PageOptions& options, const Placement& placement, bool muted,
       page.setPaused(true);  // shows its first picture, then holds it
     }
   };
+  // Ended by the wallpaper (or anyone): the page's stopped processes are woken first, or
+  // they would outlive us, stopped.
+  const auto onStop = +[](gpointer data) -> gboolean {
+    static_cast<Page*>(data)->end(0, "");
+    return G_SOURCE_CONTINUE;
+  };
+  const guint onTerm = g_unix_signal_add(SIGTERM, onStop, &page);
+  const guint onInt = g_unix_signal_add(SIGINT, onStop, &page);
   page.load();
   page.watchForHangs();
   g_main_loop_run(loop.loop);
+  g_source_remove(onTerm);
+  g_source_remove(onInt);
   if (commands.watching) {
     g_source_remove(watch);
   }
