@@ -176,6 +176,11 @@ int main(int argc, char** argv) {
   if (into != 0) {
     placement.into = into;
   }
+  if (still->parsed()) {
+    // A still is taken at scale 1 whatever the desktop's scale: its pixels are its size.
+    ::setenv("GDK_SCALE", "1", 1);  // NOLINT(concurrency-mt-unsafe): before threads
+    ::unsetenv("GDK_DPI_SCALE");    // NOLINT(concurrency-mt-unsafe)
+  }
   const WaylandSocketName socketName;
   PrivateDisplay privateDisplay;
   if (gtk_init_check(&argc, &argv) == FALSE &&

@@ -687,6 +687,12 @@ class WebWallpaper : public LiveWallpaper {
     const auto* bytes = reinterpret_cast<const unsigned char*>(done->output.data());
     return {bytes[0], bytes[1], bytes[2]};
   }
+  // "WIDTHxHEIGHT" of a picture, read by ffprobe.
+  std::string sizeOf(const std::filesystem::path& picture) {
+    const auto done = tool(
+        "ffprobe", {"-v", "error", "-show_entries", "stream=width,height", "-of", "csv=p=0:s=x", picture.string()});
+    return done.exitCode == 0 ? done.output.substr(0, done.output.find('\n')) : done.error;
+  }
   // CPU time (in clock ticks) of a process and everything it started.
   static long ticksOf(pid_t root) {
     long total = 0;
@@ -843,10 +849,14 @@ requestAnimationFrame(() => setTimeout(() => { document.body.innerHTML =
   EXPECT_TRUE(near(pixelOf(still, 80, 120), red));
   EXPECT_TRUE(near(pixelOf(still, 240, 60), green));
   EXPECT_TRUE(near(pixelOf(still, 240, 180), blue));
-  // Renewed at another size.
-  const auto renewed = korvalen({"library", "still", id, "--size", "640x360"});
-  ASSERT_EQ(renewed.exitCode, 0) << renewed.error;
+  // Renewed at another size, at scale 1 even on a desktop at 2: as many pixels as asked for.
+  const auto renewed = engine::run(
+      "/usr/bin/env",
+      command("/usr/bin/env", {"GDK_SCALE=2", KORVALEN_EXECUTABLE, "library", "still", id, "--size", "640x360"}));
+  ASSERT_TRUE(renewed && renewed->exitCode == 0) << (renewed ? renewed->error : renewed.error());
+  EXPECT_THAT(renewed->output, HasSubstr("still.png: 640x360, the still of item " + id));
   EXPECT_TRUE(near(pixelOf(still, 480, 300), blue));
+  EXPECT_EQ(sizeOf(still), "640x360");
   const auto notAPage = korvalen({"library", "still", "1"});
   EXPECT_EQ(notAPage.exitCode, 1);
   EXPECT_THAT(notAPage.error, HasSubstr("not a web page"));
