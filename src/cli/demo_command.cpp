@@ -13,6 +13,7 @@
 #include "engine/library/web_still.hpp"
 #include "engine/ping_pong_builder.hpp"
 #include "engine/process.hpp"
+#include "engine/working_folder.hpp"
 #include "saver/linux/desktop_host.hpp"
 #include "wallpaper/wallpaper_daemon.hpp"
 #include "wallpaper/wallpaper_recording.hpp"
@@ -30,29 +31,6 @@ struct DemoScreen {
   std::string id;
   std::int64_t width;
   std::int64_t height;
-};
-
-// A folder under the system's temporary folder, removed when the demo ends.
-class ScratchFolder {
- public:
-  ScratchFolder() {
-    auto pattern = (std::filesystem::temp_directory_path() / "korvalen-demo-XXXXXX").string();
-    if (::mkdtemp(pattern.data()) == nullptr) {
-      throw Failure("could not make a temporary folder for the demo in " +
-                    std::filesystem::temp_directory_path().string());
-    }
-    path_ = pattern;
-  }
-  ~ScratchFolder() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
-  }
-  ScratchFolder(const ScratchFolder&) = delete;
-  ScratchFolder& operator=(const ScratchFolder&) = delete;
-  [[nodiscard]] const std::filesystem::path& path() const { return path_; }
-
- private:
-  std::filesystem::path path_;
 };
 
 SaverPlan samplePlan(const std::filesystem::path& media, const std::string& laptop, Date written) {
@@ -564,7 +542,11 @@ void addDemoCommand(CLI::App& app, Context& context, Action& action) {
   demo->callback([&context, &action, headless] {
     action = [&context, headless] {
       auto& out = context.out;
-      ScratchFolder scratch;
+      auto made = engine::ScratchFolder::make("korvalen-demo");
+      if (!made) {
+        throw Failure("no temporary folder for the demo: " + made.error());
+      }
+      const auto& scratch = *made;
       const auto folder = scratch.path() / "Korvalen";
       const auto planPath = folder / SaverPlan::fileName;
       const std::vector<DemoScreen> screens{{"builtin|1512x982", 3024, 1964},

@@ -54,24 +54,6 @@ std::string newUuid() {
   return text;
 }
 
-// Removes a path and everything in it when it goes out of scope, unless released.
-class Removal {
- public:
-  explicit Removal(fs::path path) : path_(std::move(path)) {}
-  ~Removal() {
-    if (!path_.empty()) {
-      std::error_code ignored;
-      fs::remove_all(path_, ignored);
-    }
-  }
-  Removal(const Removal&) = delete;
-  Removal& operator=(const Removal&) = delete;
-  void release() { path_.clear(); }
-
- private:
-  fs::path path_;
-};
-
 // The nearest folder of `path` that exists, for asking about free space before the cache
 // folder is made.
 fs::path existingAncestor(fs::path path) {
@@ -258,7 +240,7 @@ PingPongBuilder::Result Run::go() {
   if (auto made = makePrivateFolder(work); !made) {
     return fail(PingPong::explain(made.error()));
   }
-  const Removal workRemoval(work);
+  const ScratchFolder workRemoval(work);
 
   const auto bitrate =
       std::clamp(static_cast<std::int64_t>(static_cast<double>(sourceBytes) * 8 / std::max(clipSeconds, 0.001)),
@@ -306,7 +288,7 @@ PingPongBuilder::Result Run::go() {
     return fail(PingPong::explain(error.message()));
   }
   const auto partial = output.parent_path() / ("." + output.stem().string() + "-" + newUuid() + ".mp4");
-  Removal partialRemoval(partial);
+  ScratchFolder partialRemoval(partial);
   std::string joinError;
   if (auto failure = ffmpeg(PingPong::concatArguments(join.string(), partial.string()), 0, &joinError)) {
     return fail(failure->problem);

@@ -3,6 +3,7 @@
 #include "engine/frame_writer.hpp"
 #include "engine/media_decoder.hpp"
 #include "engine/process.hpp"
+#include "engine/working_folder.hpp"
 
 #include <fmt/format.h>
 
@@ -180,12 +181,11 @@ std::expected<void, std::string> writeContactSheet(const fs::path& ffmpeg, const
   }
   // Labels are drawn by ffmpeg's drawtext, each from a file of its own so no title needs
   // escaping; without a usable font the sheet is written without them.
-  char pattern[] = "/tmp/korvalen-sheet-XXXXXX";
-  const char* scratch = ::mkdtemp(pattern);
+  const auto scratch = ScratchFolder::make("korvalen-sheet");
   std::string filters;
-  if (scratch != nullptr) {
+  if (scratch) {
     for (std::int64_t i = 0; i < count; ++i) {
-      const auto file = fs::path(scratch) / fmt::format("label-{}.txt", i);
+      const auto file = scratch->path() / fmt::format("label-{}.txt", i);
       std::ofstream(file) << tiles[static_cast<std::size_t>(i)].label;
       filters += fmt::format("{}drawtext=textfile={}:x={}:y={}:fontsize=15:fontcolor=white", filters.empty() ? "" : ",",
                              quotedForFilter(file.string()), gap + (i % across) * cellWidth + 2,
@@ -204,10 +204,6 @@ std::expected<void, std::string> writeContactSheet(const fs::path& ffmpeg, const
   }
   if (filters.empty() || !written) {
     written = writePicture(ffmpeg, sheet, out);
-  }
-  if (scratch != nullptr) {
-    std::error_code error;
-    fs::remove_all(scratch, error);
   }
   return written;
 }

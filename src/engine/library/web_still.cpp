@@ -2,6 +2,7 @@
 
 #include "engine/flash_check.hpp"
 #include "engine/process.hpp"
+#include "engine/working_folder.hpp"
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -15,29 +16,6 @@ namespace {
 
 // A page gets this long to load, settle and be photographed.
 constexpr std::chrono::seconds stillLimit{60};
-
-// Its own storage, thrown away after: the still must not leave cookies in the item's folder.
-class ScratchFolder {
- public:
-  ScratchFolder() {
-    std::string pattern = (fs::temp_directory_path() / "korvalen-still-XXXXXX").string();
-    if (::mkdtemp(pattern.data()) != nullptr) {
-      path_ = pattern;
-    }
-  }
-  ~ScratchFolder() {
-    std::error_code error;
-    if (!path_.empty()) {
-      fs::remove_all(path_, error);
-    }
-  }
-  ScratchFolder(const ScratchFolder&) = delete;
-  ScratchFolder& operator=(const ScratchFolder&) = delete;
-  [[nodiscard]] const fs::path& path() const { return path_; }
-
- private:
-  fs::path path_;
-};
 
 std::string lastLine(const std::string& text) {
   std::string line;
@@ -63,9 +41,10 @@ std::string lastLine(const std::string& text) {
 }  // namespace
 
 std::expected<WebStill, std::string> makeWebStill(const WebStillRequest& request, const fs::path& out) {
-  const ScratchFolder storage;
-  if (storage.path().empty()) {
-    return std::unexpected("no room for the page's scratch storage in the temporary folder");
+  // Its own storage, thrown away after: the still must not leave cookies in the item's folder.
+  const auto storage = ScratchFolder::make("korvalen-still");
+  if (!storage) {
+    return std::unexpected("no scratch storage for the page: " + storage.error());
   }
   const auto partial = fs::path(out).concat(".part.png");
   std::vector<std::string> arguments{"still",
@@ -76,7 +55,7 @@ std::expected<WebStill, std::string> makeWebStill(const WebStillRequest& request
                                      "--page",
                                      request.page,
                                      "--storage",
-                                     storage.path().string(),
+                                     storage->path().string(),
                                      "--size",
                                      fmt::format("{}x{}", request.width, request.height),
                                      "--after",

@@ -87,22 +87,6 @@ std::expected<void, std::string> fetch(const std::string& url, const fs::path& t
   return {};
 }
 
-// A folder for one update, removed whatever happens.
-class UpdateFolder {
- public:
-  explicit UpdateFolder(fs::path path) : path_(std::move(path)) {}
-  ~UpdateFolder() {
-    std::error_code error;
-    fs::remove_all(path_, error);
-  }
-  UpdateFolder(const UpdateFolder&) = delete;
-  UpdateFolder& operator=(const UpdateFolder&) = delete;
-  [[nodiscard]] const fs::path& path() const { return path_; }
-
- private:
-  fs::path path_;
-};
-
 std::string joined(std::string_view base, std::string_view name) {
   std::string url(base);
   while (url.ends_with('/')) {
@@ -121,7 +105,7 @@ std::optional<std::string> versionOf(const fs::path& program) {
   return ToolUpdates::isVersion(version) ? std::optional(version) : std::nullopt;
 }
 
-std::expected<ToolUpdateResult, std::string> update(const ToolUpdate& request, const UpdateFolder& work) {
+std::expected<ToolUpdateResult, std::string> update(const ToolUpdate& request, const ScratchFolder& work) {
   const auto& folder = work.path();
   for (const auto name : {ToolUpdates::checksumsName, ToolUpdates::signatureName}) {
     if (auto got = fetch(joined(request.releases, name), folder / name, request.stop); !got) {
@@ -228,7 +212,7 @@ std::expected<ToolUpdateResult, std::string> updateDownloader(const ToolUpdate& 
   log::writef(category, log::Level::notice, "checking {} for a downloader update", shown);
   std::error_code error;
   fs::create_directories(request.tools, error);
-  const UpdateFolder work(request.tools / ".update");
+  const ScratchFolder work(request.tools / ".update");  // removed whatever happens
   fs::remove_all(work.path(), error);
   auto result = [&]() -> std::expected<ToolUpdateResult, std::string> {
     if (auto made = makePrivateFolder(work.path()); !made) {
