@@ -231,12 +231,14 @@ std::int64_t recordWallpaperDemo(engine::FrameWriter& writer, const WallpaperLib
     }
     return wallpaper::Look{item.id, SaverContent::from(library.contentOf(item), monitor, item.title, 0, still), plan};
   };
-  auto crossBlend = TransitionRegistry::find("crossBlend");
+  std::optional<wallpaper::PlaybackController::Handover> blend;
+  if (const auto crossBlend = TransitionRegistry::find("crossBlend")) {
+    blend = wallpaper::PlaybackController::Handover{*crossBlend, handoverSeconds, std::nullopt};
+  }
   std::vector<wallpaper::RecordedChange> changes{
       {0, monitors[0].id, look(dusk, monitors[0].id), std::nullopt, PlaybackMode::running},
       {0, monitors[1].id, look(life, monitors[1].id), std::nullopt, PlaybackMode::running},
-      {wallpaperHandover, monitors[0].id, look(life, monitors[0].id),
-       wallpaper::PlaybackController::Handover{*crossBlend, handoverSeconds, std::nullopt}, PlaybackMode::running},
+      {wallpaperHandover, monitors[0].id, look(life, monitors[0].id), blend, PlaybackMode::running},
       {2.5, monitors[1].id, std::nullopt, std::nullopt, PlaybackMode::paused},
       {3.5, monitors[1].id, std::nullopt, std::nullopt, PlaybackMode::running},
   };
@@ -246,9 +248,7 @@ std::int64_t recordWallpaperDemo(engine::FrameWriter& writer, const WallpaperLib
     const auto folder = library.itemFolderOf(item);
     if (item.kind == WallpaperKind::web && folder &&
         std::filesystem::is_regular_file(*folder / engine::stillName, error)) {
-      changes.push_back({webHandover, monitors[1].id, look(item, monitors[1].id),
-                         wallpaper::PlaybackController::Handover{*crossBlend, handoverSeconds, std::nullopt},
-                         PlaybackMode::running});
+      changes.push_back({webHandover, monitors[1].id, look(item, monitors[1].id), blend, PlaybackMode::running});
       break;
     }
   }
