@@ -25,6 +25,7 @@
 #include <memory>
 #include <optional>
 #include <thread>
+#include <tuple>
 
 namespace korvalen {
 namespace {
@@ -521,10 +522,13 @@ TEST_F(WaylandWallpaper, OutputsUnpluggedAndPluggedWhileItPlays) {
 
 TEST_F(WaylandWallpaper, AWebPageShowsOverTheWallpapersOwnSurfaceOnEachOutput) {
   // Green for its still; blue once it has run past the still's moment: what shows is the page.
+  // From then on every animation frame changes the blue a little.
   const auto folder = folder_ / "page";
   std::filesystem::create_directories(folder);
   std::ofstream(folder / "index.html") << R"(<!doctype html><body style="margin:0;background:#00ff00"><script>
-setTimeout(() => { document.body.style.background = '#0000ff'; }, 4500);
+let n = 0;
+const frame = () => { n++; document.body.style.background = 'rgb(0,' + (n % 30) + ',255)'; requestAnimationFrame(frame); };
+setTimeout(frame, 4500);
 </script>)";
   const auto added = korvalen({"library", "add", folder.string(), "--size", "320x240"});
   ASSERT_EQ(added.exitCode, 0) << added.output << added.error;
@@ -537,6 +541,24 @@ setTimeout(() => { document.body.style.background = '#0000ff'; }, 4500);
   EXPECT_TRUE(running.said("page of item 2 started")) << running.err;
   ASSERT_TRUE(shows(blue, "HEADLESS-1", 20s)) << running.err;
   ASSERT_TRUE(shows(blue, "HEADLESS-2", 20s)) << running.err;
+  // Paused, the page holds its picture; resumed, it goes on.
+  ASSERT_EQ(korvalen({"wallpaper", "pause"}).exitCode, 0);
+  ASSERT_TRUE(firstOf2Is("paused"));
+  std::this_thread::sleep_for(1s);
+  const auto held = shown("HEADLESS-1");
+  std::this_thread::sleep_for(1s);
+  const auto later = shown("HEADLESS-1");
+  EXPECT_TRUE(near(held, blue)) << held;
+  EXPECT_EQ(std::tie(held.r, held.g, held.b), std::tie(later.r, later.g, later.b)) << held << " then " << later;
+  ASSERT_EQ(korvalen({"wallpaper", "resume"}).exitCode, 0);
+  Rgb moving;
+  EXPECT_TRUE(waitUntil(
+      [&] {
+        moving = shown("HEADLESS-1");
+        return near(moving, blue) && moving.g != held.g;
+      },
+      10s))
+      << "the page did not go on: " << moving;
   // Windows still go over it.
   sway({"exec", "foot --app-id=cover sleep 600"});
   ASSERT_TRUE(waitUntil([&] { return !near(shown("HEADLESS-1"), blue); }, 10s)) << "the window never covered it";
