@@ -108,6 +108,11 @@ class Page {
     g_object_unref(manager);
     webkit_web_context_set_sandbox_enabled(context_, TRUE);
     webkit_web_context_set_cache_model(context_, WEBKIT_CACHE_MODEL_DOCUMENT_VIEWER);
+    // A remote page's cookies last like its local storage (WebKit keeps them in memory
+    // otherwise); pages of our own scheme have none.
+    const auto cookies = (options_.storage / "data" / "cookies.sqlite").string();
+    webkit_cookie_manager_set_persistent_storage(webkit_web_context_get_cookie_manager(context_), cookies.c_str(),
+                                                 WEBKIT_COOKIE_PERSISTENT_STORAGE_SQLITE);
     const std::string scheme(WebSandbox::scheme);
     webkit_web_context_register_uri_scheme(context_, scheme.c_str(), &Page::serve, this, nullptr);
     WebKitSecurityManager* security = webkit_web_context_get_security_manager(context_);

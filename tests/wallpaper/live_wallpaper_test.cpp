@@ -826,6 +826,32 @@ Promise.all([read('own.txt'), read('korvalen-web://{0}/secret.txt'), read('../{0
   EXPECT_TRUE(running.said("link.txt: it leads outside the item's folder"));
 }
 
+TEST_F(WebWallpaper, EachPageKeepsItsOwnStorage) {
+  // Each page says what it found, as an error the log carries.
+  const auto keeper = addPage(page("keeper", R"(<!doctype html><body><script>
+const had = localStorage.getItem('mine');
+localStorage.setItem('mine', 'kept');
+throw new Error('keeper had ' + had);
+</script>)"));
+  const auto peeker = addPage(page("peeker", R"(<!doctype html><body><script>
+throw new Error('peeker found ' + localStorage.length + ' items');
+</script>)"));
+  ASSERT_FALSE(keeper.empty());
+  ASSERT_FALSE(peeker.empty());
+  windowManager("openbox");
+  showOnly(keeper);
+  auto& running = wallpaper();
+  // Its still was made with storage thrown away after: the page starts with nothing.
+  ASSERT_TRUE(running.said("keeper had null")) << running.err;
+  std::this_thread::sleep_for(3s);  // WebKit writes local storage out a second after a change
+  showOnly(peeker);
+  ASSERT_TRUE(running.said(fmt::format("page of item {} started", peeker))) << running.err;
+  EXPECT_TRUE(running.said("peeker found 0 items")) << running.err;
+  // Back to the first, which finds what it kept.
+  showOnly(keeper);
+  EXPECT_TRUE(running.said("keeper had kept")) << running.err;
+}
+
 TEST_F(WebWallpaper, AFlashingPageIsRememberedAtImportAndAStillShowsItsLayout) {
   Json flashing;
   addPage(page("flash", R"(<!doctype html><body style="margin:0;background:#000"><script>
