@@ -481,8 +481,9 @@ class Daemon {
         }
         continue;
       }
-      webPages_->show(directive.monitorId, request, directive.mode == PlaybackMode::running,
-                      directive.muted || directive.soundLevel <= 0);
+      webPages_->show(directive.monitorId, request,
+                      WebPageState{directive.mode == PlaybackMode::running,
+                                   directive.muted || directive.soundLevel <= 0, directives_.fpsCap});
     }
     if (webPages_) {
       webPages_->keepOnly(monitors);

@@ -15,7 +15,7 @@ namespace {
 constexpr std::string_view ownPrefix = "korvalen-web: ";
 constexpr std::string_view endingPrefix = "ending: ";
 
-std::vector<std::string> argumentsFor(const WebPageRequest& request, bool running, bool muted) {
+std::vector<std::string> argumentsFor(const WebPageRequest& request, const WebPageState& state) {
   std::vector<std::string> arguments{"show",
                                      "--item",
                                      request.item,
@@ -41,11 +41,14 @@ std::vector<std::string> argumentsFor(const WebPageRequest& request, bool runnin
   if (request.overBackground) {
     arguments.emplace_back("--bottom");  // a surface of the same layer may end up under ours
   }
-  if (!running) {
+  if (!state.running) {
     arguments.emplace_back("--paused");
   }
-  if (muted) {
+  if (state.muted) {
     arguments.emplace_back("--muted");
+  }
+  if (state.fpsCap > 0) {
+    arguments.insert(arguments.end(), {"--fps", std::to_string(state.fpsCap)});
   }
   return arguments;
 }
@@ -61,8 +64,7 @@ struct WebPages::Page {
   std::string error;      // what came, up to the last full line
   std::string lastWords;  // why it ended, in its words, else the crash's last line
   bool ending = false;    // it said why
-  bool running = true;
-  bool muted = false;
+  WebPageState state;
 };
 
 WebPages::WebPages(engine::EventLoop& loop, std::filesystem::path program, std::function<void(const std::string&)> say,
@@ -76,8 +78,8 @@ WebPages::~WebPages() {
   pages_.clear();  // each child is ended and reaped
 }
 
-void WebPages::show(const std::string& monitor, const std::optional<WebPageRequest>& request, bool running,
-                    bool muted) {
+void WebPages::show(const std::string& monitor, const std::optional<WebPageRequest>& request,
+                    const WebPageState& state) {
   const auto found = pages_.find(monitor);
   if (!request || (found != pages_.end() && found->second->request != *request)) {
     if (found != pages_.end()) {
@@ -92,14 +94,16 @@ void WebPages::show(const std::string& monitor, const std::optional<WebPageReque
   }
   if (const auto page = pages_.find(monitor); page != pages_.end()) {
     auto& shown = *page->second;
-    if (shown.running != running) {
-      shown.running = running;
-      send(shown, running ? "resume" : "pause");
+    if (shown.state.running != state.running) {
+      send(shown, state.running ? "resume" : "pause");
     }
-    if (shown.muted != muted) {
-      shown.muted = muted;
-      send(shown, muted ? "mute" : "unmute");
+    if (shown.state.muted != state.muted) {
+      send(shown, state.muted ? "mute" : "unmute");
     }
+    if (shown.state.fpsCap != state.fpsCap) {
+      send(shown, fmt::format("fps {}", state.fpsCap));
+    }
+    shown.state = state;
     return;
   }
   if (const auto failed = failed_.find(monitor); failed != failed_.end()) {
@@ -108,8 +112,7 @@ void WebPages::show(const std::string& monitor, const std::optional<WebPageReque
     }
     failed_.erase(failed);
   }
-  auto child =
-      engine::ChildProcess::start(program_, argumentsFor(*request, running, muted), engine::ChildProcess::Input::pipe);
+  auto child = engine::ChildProcess::start(program_, argumentsFor(*request, state), engine::ChildProcess::Input::pipe);
   if (!child) {
     say_(fmt::format("monitor {}: the page of item {} cannot be shown ({}); its still shows", monitor, request->item,
                      child.error()));
@@ -118,8 +121,7 @@ void WebPages::show(const std::string& monitor, const std::optional<WebPageReque
   }
   auto page = std::make_unique<Page>(std::move(*child));
   page->request = *request;
-  page->running = running;
-  page->muted = muted;
+  page->state = state;
   page->watch = loop_.watch(page->child.errorDescriptor(), POLLIN, [this, monitor](short) { read(monitor); });
   say_(fmt::format("monitor {}: page of item {} started (pid {}{})", monitor, request->item, page->child.pid(),
                    request->allowNetwork ? ", with the network" : ""));

@@ -10,6 +10,7 @@
 #include "engine/loop/event_loop.hpp"
 #include "engine/process.hpp"
 
+#include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <map>
@@ -37,6 +38,14 @@ struct WebPageRequest {
   bool operator==(const WebPageRequest&) const = default;
 };
 
+// How a shown page runs; a change reaches its process without starting it again.
+struct WebPageState {
+  bool running = true;
+  bool muted = false;
+  std::int64_t fpsCap = 0;  // animation frames a second at most; 0: as many as the screen gives
+  bool operator==(const WebPageState&) const = default;
+};
+
 class WebPages {
  public:
   // `program`: korvalen-web; `say`: one line for the log; `gone`: a monitor's page window
@@ -48,7 +57,7 @@ class WebPages {
   WebPages& operator=(const WebPages&) = delete;
 
   // What the monitor shows: a page (running, or held where it is), or none.
-  void show(const std::string& monitor, const std::optional<WebPageRequest>& request, bool running, bool muted);
+  void show(const std::string& monitor, const std::optional<WebPageRequest>& request, const WebPageState& state);
   // Pages that ended are tried again (a reload).
   void retry();
   // Monitors gone.

@@ -147,6 +147,7 @@ int main(int argc, char** argv) {
   show->add_option("--at", at, "X,Y: the monitor's position");
   show->add_flag("--bottom", placement.bottomLayer, "Wayland: on the bottom layer, over a wallpaper's background");
   show->add_flag("--muted", muted);
+  show->add_option("--fps", options.fpsCap, "animation frames a second at most")->check(CLI::Range(1, 1000));
   show->add_flag("--paused", paused);
   auto* still = app.add_subcommand("still", "make the page's still and check it for flashes");
   common(still);

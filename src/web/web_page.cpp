@@ -17,6 +17,7 @@
 
 #include <chrono>
 #include <csignal>
+#include <cstdio>
 #include <span>
 
 #include <unistd.h>
@@ -51,6 +52,51 @@ addEventListener('error', (e) => {
 }, true);
 )js";
 constexpr const char* watchWorld = "korvalen";
+
+// In the page's own world, before its scripts: animation frames come at most `fpsCap` times
+// a second, as the wallpaper's videos do, since a page drawing every frame the screen offers
+// is the costliest thing a wallpaper can do. Frames between are still asked for but run
+// nothing, so nothing is drawn. "FIRST_CAP" becomes the first cap; the wallpaper changes it
+// later.
+constexpr const char* frameCapScript = R"js(
+(() => {
+  const ask = window.requestAnimationFrame.bind(window);
+  let interval = FIRST_CAP > 0 ? 1000 / FIRST_CAP : 0;
+  let last = -Infinity;
+  let asked = 0;
+  let next = 1;
+  const waiting = new Map();
+  const frame = (time) => {
+    asked = 0;
+    if (interval > 0 && time - last < interval - 2) {
+      asked = ask(frame);
+      return;
+    }
+    last = time;
+    const due = Array.from(waiting.values());
+    waiting.clear();
+    for (const callback of due) {
+      try {
+        callback(time);
+      } catch (error) {
+        setTimeout(() => { throw error; });
+      }
+    }
+  };
+  window.requestAnimationFrame = (callback) => {
+    const id = next++;
+    waiting.set(id, callback);
+    if (asked === 0) {
+      asked = ask(frame);
+    }
+    return id;
+  };
+  window.cancelAnimationFrame = (id) => { waiting.delete(id); };
+  Object.defineProperty(window, Symbol.for('korvalen.fpsCap'), {
+    value: (fps) => { interval = fps > 0 ? 1000 / fps : 0; },
+  });
+})();
+)js";
 // Uncaught errors said per page, so a page that fails every frame does not fill the log.
 constexpr int errorsSaid = 3;
 constexpr guint loadLimitSeconds = 30;
@@ -126,6 +172,16 @@ class Page {
                                          WEBKIT_USER_SCRIPT_INJECT_AT_DOCUMENT_START, watchWorld, nullptr, nullptr);
     webkit_user_content_manager_add_script(content, script);
     webkit_user_script_unref(script);
+    if (options_.fpsCap > 0) {
+      std::string capped = frameCapScript;
+      for (auto at = capped.find("FIRST_CAP"); at != std::string::npos; at = capped.find("FIRST_CAP", at)) {
+        capped.replace(at, std::string_view("FIRST_CAP").size(), std::to_string(options_.fpsCap));
+      }
+      WebKitUserScript* cap = webkit_user_script_new(capped.c_str(), WEBKIT_USER_CONTENT_INJECT_ALL_FRAMES,
+                                                     WEBKIT_USER_SCRIPT_INJECT_AT_DOCUMENT_START, nullptr, nullptr);
+      webkit_user_content_manager_add_script(content, cap);
+      webkit_user_script_unref(cap);
+    }
     for (const char* name : {"refused", "pageError"}) {
       webkit_user_content_manager_register_script_message_handler_in_world(content, name, watchWorld);
     }
@@ -210,6 +266,14 @@ class Page {
         this);
   }
   void setMuted(bool muted) { webkit_web_view_set_is_muted(view_, muted ? TRUE : FALSE); }
+  void setFpsCap(int fps) {
+    if (options_.fpsCap <= 0 || fps == options_.fpsCap) {
+      return;  // a page shown without a cap has nothing to change
+    }
+    options_.fpsCap = fps;
+    const auto call = fmt::format("window[Symbol.for('korvalen.fpsCap')]?.({})", fps);
+    webkit_web_view_evaluate_javascript(view_, call.c_str(), -1, nullptr, nullptr, nullptr, nullptr, nullptr);
+  }
 
   std::function<void()> loaded;  // once, when the page first finished loading
 
@@ -530,6 +594,8 @@ gboolean onCommand(GIOChannel* channel, GIOCondition condition, gpointer data) {
         commands.page->setPaused(command == "pause");
       } else if (command == "mute" || command == "unmute") {
         commands.page->setMuted(command == "mute");
+      } else if (int fps = 0; std::sscanf(command.c_str(), "fps %d", &fps) == 1 && fps > 0) {
+        commands.page->setFpsCap(fps);
       } else if (command == "quit") {
         commands.watching = false;
         commands.page->end(0, "");

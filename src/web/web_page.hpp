@@ -22,6 +22,7 @@ struct PageOptions {
   std::filesystem::path storage;  // the page's own cookies, local storage and cache
   int width = 1920;
   int height = 1080;
+  int fpsCap = 0;  // animation frames a second at most, as the wallpaper's are; 0: no cap
 };
 
 // Where a shown page goes.
@@ -35,8 +36,8 @@ struct Placement {
 // What the page says to the program that started it: one line each.
 using Say = std::function<void(const std::string&)>;
 
-// Shows the page until it ends: standard input takes "pause", "resume", "mute", "unmute"
-// and "quit", one a line; its end quits too. The exit code is 0 when asked to quit, else 3
+// Shows the page until it ends: standard input takes "pause", "resume", "mute", "unmute",
+// "fps N" and "quit", one a line; its end quits too. The exit code is 0 when asked to quit, else 3
 // (the page's process crashed or hung, or the page would not load), said in one line first.
 int showPage(const PageOptions& options, const Placement& placement, bool muted, bool paused, const Say& say);
 

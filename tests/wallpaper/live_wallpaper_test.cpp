@@ -34,6 +34,7 @@ namespace korvalen {
 namespace {
 
 using ::testing::HasSubstr;
+using ::testing::Not;
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 using Json = nlohmann::json;
@@ -850,6 +851,47 @@ throw new Error('peeker found ' + localStorage.length + ' items');
   // Back to the first, which finds what it kept.
   showOnly(keeper);
   EXPECT_TRUE(running.said("keeper had kept")) << running.err;
+}
+
+TEST_F(WebWallpaper, APageDrawsNoMoreFramesThanTheCap) {
+  // Counts its animation frames over the first and third two seconds after a second's start,
+  // and says so; a cancelled frame must not run.
+  const auto id = addPage(page("frames", R"(<!doctype html><body><script>
+let frames = 0, windows = 0, cancelledRan = false;
+const count = () => { frames++; requestAnimationFrame(count); };
+cancelAnimationFrame(requestAnimationFrame(() => { cancelledRan = true; }));
+setTimeout(() => {
+  requestAnimationFrame(count);
+  setInterval(() => {
+    const said = 'window ' + ++windows + ': ' + frames + ' frames' + (cancelledRan ? ', and a cancelled one' : '');
+    frames = 0;
+    if (windows === 1 || windows === 3) {
+      setTimeout(() => { throw new Error(said); });
+    }
+  }, 2000);
+}, 1000);
+</script>)"));
+  ASSERT_FALSE(id.empty());
+  ASSERT_EQ(korvalen({"settings", "set", "power.fpsCap=10"}).exitCode, 0);
+  windowManager("openbox");
+  showOnly(id);
+  auto& running = wallpaper();
+  const auto framesIn = [&](int window) {
+    const std::string mark = fmt::format("window {}: ", window);
+    if (!running.said(mark, 20s)) {
+      return -1;
+    }
+    const auto at = running.err.find(mark) + mark.size();
+    return std::atoi(running.err.c_str() + at);
+  };
+  const int capped = framesIn(1);
+  EXPECT_GE(capped, 10) << running.err;
+  EXPECT_LE(capped, 22) << "more than 10 frames a second";
+  // A new cap reaches the running page.
+  ASSERT_EQ(korvalen({"settings", "set", "power.fpsCap=60"}).exitCode, 0);
+  const int freer = framesIn(3);
+  EXPECT_GT(freer, 40) << running.err;
+  EXPECT_THAT(running.err, Not(HasSubstr("a cancelled one")));
 }
 
 TEST_F(WebWallpaper, AFlashingPageIsRememberedAtImportAndAStillShowsItsLayout) {
