@@ -650,15 +650,8 @@ int renewStill(const std::string& id, const std::string& sizeText, Context& cont
   const auto page = editing.library.pathOf(item);
   const auto folder = page.parent_path();
   const InterruptCatcher catcher;
-  engine::WebStillRequest request{*webView,
-                                  item.id,
-                                  folder,
-                                  page.filename().string(),
-                                  item.allowNetwork ? item.sourceURL : std::nullopt,
-                                  item.allowNetwork,
-                                  size.width,
-                                  size.height,
-                                  &interrupted};
+  const engine::WebStillRequest request{*webView, engine::WebPageSource::of(item, page), size.width, size.height,
+                                        &interrupted};
   const auto made = engine::makeWebStill(request, folder / engine::stillName);
   if (!made) {
     throw Failure(made.error() == engine::cancelledText ? "stopped by Ctrl-C; the old still stays"

@@ -502,13 +502,7 @@ class Daemon {
     const auto page = run_->library->pathOf(*item);
     const auto& monitor = session->second->monitor();
     WebPageRequest request;
-    request.item = item->id;
-    request.folder = page.parent_path();
-    request.page = page.filename().string();
-    request.allowNetwork = item->allowNetwork;
-    if (item->sourceURL && item->allowNetwork) {
-      request.url = item->sourceURL;
-    }
+    request.source = engine::WebPageSource::of(*item, page);
     request.storage = options_.files.settings.parent_path() / "web-storage" / item->id;
     request.window = display_->windowOf(directive.monitorId);
     request.overBackground =

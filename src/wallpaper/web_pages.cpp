@@ -16,25 +16,8 @@ constexpr std::string_view ownPrefix = "korvalen-web: ";
 constexpr std::string_view endingPrefix = "ending: ";
 
 std::vector<std::string> argumentsFor(const WebPageRequest& request, const WebPageState& state) {
-  std::vector<std::string> arguments{"show",
-                                     "--item",
-                                     request.item,
-                                     "--folder",
-                                     request.folder.string(),
-                                     "--page",
-                                     request.page,
-                                     "--storage",
-                                     request.storage.string(),
-                                     "--size",
-                                     fmt::format("{}x{}", request.width, request.height),
-                                     "--at",
-                                     fmt::format("{},{}", request.x, request.y)};
-  if (request.url) {
-    arguments.insert(arguments.end(), {"--url", *request.url});
-  }
-  if (request.allowNetwork) {
-    arguments.emplace_back("--allow-network");
-  }
+  auto arguments = engine::webViewArguments("show", request.source, request.storage, request.width, request.height);
+  arguments.insert(arguments.end(), {"--at", fmt::format("{},{}", request.x, request.y)});
   if (request.window) {
     arguments.insert(arguments.end(), {"--into", std::to_string(*request.window)});
   }
@@ -114,8 +97,8 @@ void WebPages::show(const std::string& monitor, const std::optional<WebPageReque
   }
   auto child = engine::ChildProcess::start(program_, argumentsFor(*request, state), engine::ChildProcess::Input::pipe);
   if (!child) {
-    say_(fmt::format("monitor {}: the page of item {} cannot be shown ({}); its still shows", monitor, request->item,
-                     child.error()));
+    say_(fmt::format("monitor {}: the page of item {} cannot be shown ({}); its still shows", monitor,
+                     request->source.item, child.error()));
     failed_[monitor] = *request;
     return;
   }
@@ -123,8 +106,8 @@ void WebPages::show(const std::string& monitor, const std::optional<WebPageReque
   page->request = *request;
   page->state = state;
   page->watch = loop_.watch(page->child.errorDescriptor(), POLLIN, [this, monitor](short) { read(monitor); });
-  say_(fmt::format("monitor {}: page of item {} started (pid {}{})", monitor, request->item, page->child.pid(),
-                   request->allowNetwork ? ", with the network" : ""));
+  say_(fmt::format("monitor {}: page of item {} started (pid {}{})", monitor, request->source.item, page->child.pid(),
+                   request->source.allowNetwork ? ", with the network" : ""));
   pages_[monitor] = std::move(page);
 }
 
@@ -146,8 +129,8 @@ void WebPages::read(const std::string& monitor) {
     if (line.starts_with(ownPrefix) && line.substr(ownPrefix.size()).starts_with(endingPrefix)) {
       page.lastWords = std::string(line.substr(ownPrefix.size() + endingPrefix.size()));
     } else if (line.starts_with(ownPrefix)) {
-      say_(Redact::secrets(
-          fmt::format("monitor {}: page of item {}: {}", monitor, page.request.item, line.substr(ownPrefix.size()))));
+      say_(Redact::secrets(fmt::format("monitor {}: page of item {}: {}", monitor, page.request.source.item,
+                                       line.substr(ownPrefix.size()))));
     } else if (!line.empty() && !page.ending) {
       page.lastWords = std::string(line.substr(0, 200));  // a crash's own words, when it had none of ours
     }
@@ -171,7 +154,7 @@ void WebPages::ended(const std::string& monitor) {
   const int code = page->child.wait(page->output, page->error);
   failed_[monitor] = page->request;
   say_(fmt::format("monitor {}: page of item {} ended ({}{}); its still shows until the next item or a reload", monitor,
-                   page->request.item,
+                   page->request.source.item,
                    code >= 128 ? fmt::format("signal {}", code - 128) : fmt::format("exit {}", code),
                    page->lastWords.empty() ? "" : fmt::format(": {}", Redact::secrets(page->lastWords))));
   gone_(monitor);

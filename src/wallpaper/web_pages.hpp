@@ -7,6 +7,7 @@
 // Thread: the event loop's.
 #pragma once
 
+#include "engine/library/web_still.hpp"
 #include "engine/loop/event_loop.hpp"
 #include "engine/process.hpp"
 
@@ -23,11 +24,7 @@ namespace korvalen::wallpaper {
 
 // Which page, and where: a different one means a new process.
 struct WebPageRequest {
-  std::string item;
-  std::filesystem::path folder;
-  std::string page;
-  std::optional<std::string> url;  // a remote page
-  bool allowNetwork = false;
+  engine::WebPageSource source;
   std::filesystem::path storage;
   std::optional<unsigned long> window;  // X11: the monitor's own window
   bool overBackground = false;          // Wayland: the wallpaper is on the background layer

@@ -1,6 +1,7 @@
 // What a web page's server may open, the processes a page view started, and a page folder's
 // copy: real files, real links, real child processes.
 #include "engine/library/library_store.hpp"
+#include "engine/library/web_still.hpp"
 #include "engine/process.hpp"
 #include "engine/web/beneath_folder.hpp"
 #include "engine/web/process_tree.hpp"
@@ -124,6 +125,32 @@ TEST(LibraryStore, APageFolderKeepsLinksInsideAndNamesEachLeftOut) {
   EXPECT_THAT(leftOut[0], HasSubstr("js/nowhere.js: a link to missing.js, which leads nowhere"));
   EXPECT_THAT(leftOut[1],
               HasSubstr("leak.txt: a link to " + (folder / "outside.txt").string() + ", outside the folder"));
+}
+
+// A remote page's address is loaded only while its item may use the network; without it the
+// item's own folder is all the page has.
+TEST(WebPageSource, ARemotePageLoadsItsAddressOnlyWithTheNetwork) {
+  LibraryItem item;
+  item.id = "7";
+  item.kind = WallpaperKind::web;
+  const fs::path page = "/lib/items/7/index.html";
+  const auto local = WebPageSource::of(item, page);
+  EXPECT_EQ(local, (WebPageSource{"7", "/lib/items/7", "index.html", std::nullopt, false}));
+
+  item.sourceURL = "https://example.org/sky";
+  EXPECT_EQ(WebPageSource::of(item, page).url, std::nullopt) << "the address needs the network";
+  item.allowNetwork = true;
+  const auto remote = WebPageSource::of(item, page);
+  EXPECT_EQ(remote.url, "https://example.org/sky");
+  EXPECT_TRUE(remote.allowNetwork);
+
+  EXPECT_EQ(
+      webViewArguments("show", remote, "/s", 640, 360),
+      (std::vector<std::string>{"show", "--item", "7", "--folder", "/lib/items/7", "--page", "index.html", "--storage",
+                                "/s", "--size", "640x360", "--url", "https://example.org/sky", "--allow-network"}));
+  EXPECT_EQ(webViewArguments("still", local, "/t", 1920, 1080),
+            (std::vector<std::string>{"still", "--item", "7", "--folder", "/lib/items/7", "--page", "index.html",
+                                      "--storage", "/t", "--size", "1920x1080"}));
 }
 
 }  // namespace

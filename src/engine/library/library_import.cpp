@@ -237,16 +237,9 @@ class Importer {
       notes.emplace_back("no still: korvalen-web is not installed beside korvalen or on PATH");
       return;
     }
-    const auto page = fs::path(item.relativePath).filename().string();
-    WebStillRequest request{*options_.webView,
-                            item.id,
-                            staged,
-                            page,
-                            item.allowNetwork ? item.sourceURL : std::nullopt,
-                            item.allowNetwork,
-                            options_.stillWidth,
-                            options_.stillHeight,
-                            options_.stop};
+    const WebStillRequest request{*options_.webView,
+                                  WebPageSource::of(item, staged / fs::path(item.relativePath).filename()),
+                                  options_.stillWidth, options_.stillHeight, options_.stop};
     const auto still = makeWebStill(request, staged / stillName);
     if (!still) {
       if (still.error() != cancelledText) {

@@ -40,6 +40,33 @@ std::string lastLine(const std::string& text) {
 
 }  // namespace
 
+WebPageSource WebPageSource::of(const LibraryItem& item, const fs::path& pageFile) {
+  return {item.id, pageFile.parent_path(), pageFile.filename().string(),
+          item.allowNetwork ? item.sourceURL : std::nullopt, item.allowNetwork};
+}
+
+std::vector<std::string> webViewArguments(std::string_view mode, const WebPageSource& source, const fs::path& storage,
+                                          std::int64_t width, std::int64_t height) {
+  std::vector<std::string> arguments{std::string(mode),
+                                     "--item",
+                                     source.item,
+                                     "--folder",
+                                     source.folder.string(),
+                                     "--page",
+                                     source.page,
+                                     "--storage",
+                                     storage.string(),
+                                     "--size",
+                                     fmt::format("{}x{}", width, height)};
+  if (source.url) {
+    arguments.insert(arguments.end(), {"--url", *source.url});
+  }
+  if (source.allowNetwork) {
+    arguments.emplace_back("--allow-network");
+  }
+  return arguments;
+}
+
 std::expected<WebStill, std::string> makeWebStill(const WebStillRequest& request, const fs::path& out) {
   // Its own storage, thrown away after: the still must not leave cookies in the item's folder.
   const auto storage = ScratchFolder::make("korvalen-still");
@@ -47,27 +74,8 @@ std::expected<WebStill, std::string> makeWebStill(const WebStillRequest& request
     return std::unexpected("no scratch storage for the page: " + storage.error());
   }
   const auto partial = fs::path(out).concat(".part.png");
-  std::vector<std::string> arguments{"still",
-                                     "--item",
-                                     request.item,
-                                     "--folder",
-                                     request.folder.string(),
-                                     "--page",
-                                     request.page,
-                                     "--storage",
-                                     storage->path().string(),
-                                     "--size",
-                                     fmt::format("{}x{}", request.width, request.height),
-                                     "--after",
-                                     fmt::format("{}", stillAfterSeconds),
-                                     "--out",
-                                     partial.string()};
-  if (request.url) {
-    arguments.insert(arguments.end(), {"--url", *request.url});
-  }
-  if (request.allowNetwork) {
-    arguments.emplace_back("--allow-network");
-  }
+  auto arguments = webViewArguments("still", request.source, storage->path(), request.width, request.height);
+  arguments.insert(arguments.end(), {"--after", fmt::format("{}", stillAfterSeconds), "--out", partial.string()});
   auto child = ChildProcess::start(request.program, arguments);
   if (!child) {
     return std::unexpected(child.error());
