@@ -34,7 +34,8 @@ std::expected<OpenedFile, std::string> openBeneath(const std::filesystem::path& 
   const int saved = errno;
   ::close(root);
   if (fd < 0) {
-    return std::unexpected(fmt::format("{}: {}", name, saved == EXDEV ? "outside the folder" : std::generic_category().message(saved)));
+    return std::unexpected(
+        fmt::format("{}: {}", name, saved == EXDEV ? "outside the folder" : std::generic_category().message(saved)));
   }
   struct stat status {};
   if (::fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) {
