@@ -446,8 +446,9 @@ class LinkDownloads {
 // is held, hashed and found like any other; the network is allowed for it.
 struct RemotePage {
   fs::path folder;
-  explicit RemotePage(const fs::path& parent, const std::string& address) {
-    folder = parent / fmt::format(".web-{}", ::getpid());
+  engine::ScratchFolder removal;  // the folder goes whatever happens
+  explicit RemotePage(const fs::path& parent, const std::string& address)
+      : folder(parent / fmt::format(".web-{}", ::getpid())), removal(folder) {
     std::error_code error;
     fs::remove_all(folder, error);
     if (auto made = engine::makePrivateFolder(folder); !made) {
@@ -462,13 +463,6 @@ struct RemotePage {
       throw Failure(written.error());
     }
   }
-  ~RemotePage() {
-    std::error_code error;
-    fs::remove_all(folder, error);
-  }
-  RemotePage(const RemotePage&) = delete;
-  RemotePage& operator=(const RemotePage&) = delete;
-
   static std::string html(std::string_view text) {
     std::string out;
     for (const char c : text) {
