@@ -1,6 +1,7 @@
 // `korvalen plan show|put|set|clear`: inspect and edit the saver plan.
 #include "cli/arguments.hpp"
 #include "cli/commands.hpp"
+#include "engine/library/web_still.hpp"
 
 #include <fmt/format.h>
 
@@ -225,8 +226,9 @@ void addPlanCommands(CLI::App& app, Context& context, Action& action) {
           }
           const auto library = readLibrary(context);
           const auto& item = libraryItem(library, o.item);
-          made =
-              SaverContent::from(library.contentOf(item), o.target.screen, title.value_or(item.title), 0, std::nullopt);
+          // A page cannot run in the saver: its still stands for it.
+          made = SaverContent::from(library.contentOf(item), o.target.screen, title.value_or(item.title), 0,
+                                    engine::stillOf(library, item));
           // What the library knows to flash is shown frozen, never played.
           if (item.knownToFlash()) {
             made->held = true;

@@ -293,6 +293,24 @@ TEST_F(Library, ThumbnailsAndTheContactSheet) {
   expectOneLineError(run({"library", "sheet", "--out", sheet, "--search", "nothing"}), failed, "no items");
 }
 
+// The saver cannot run a page: a page put into the plan brings the picture that stands for it.
+TEST_F(Library, APagePutInThePlanBringsItsStill) {
+  writeText(folder / "media/site/index.html", "<html></html>");
+  ASSERT_EQ(run({"library", "add", (folder / "media/site").string()}).status, ok);
+  const auto still = libraryFolder() / "items/1/still.png";
+  if (!fs::exists(still)) {
+    writeText(still, "a picture");  // as import makes it where a page can be shown
+  }
+  ASSERT_EQ(run({"plan", "put", "--shared", "--item", "1"}).status, ok);
+  const auto plan = SaverPlan::read(planPath()).value();
+  ASSERT_TRUE(plan.shared);
+  EXPECT_EQ(plan.shared->kind, WallpaperKind::web);
+  EXPECT_EQ(plan.shared->still, still.string());
+  // One given by hand wins.
+  ASSERT_EQ(run({"plan", "put", "--shared", "--item", "1", "--still", (folder / "mine.png").string()}).status, ok);
+  EXPECT_EQ(SaverPlan::read(planPath()).value().shared->still, (folder / "mine.png").string());
+}
+
 // Killed at any moment, an import leaves the library as it was or with the whole item, and
 // the next command leaves no file that no item owns.
 TEST_F(Library, KillNineDuringImportsLeavesNoHalfItem) {

@@ -123,6 +123,20 @@ std::expected<WebStill, std::string> makeWebStill(const WebStillRequest& request
   return still;
 }
 
+std::optional<std::string> stillOf(const WallpaperLibrary& library, const LibraryItem& item) {
+  const auto folder = library.itemFolderOf(item);
+  if (item.kind != WallpaperKind::web || !folder) {
+    return std::nullopt;
+  }
+  for (const auto* name : {"still.png", "still.jpg", "thumbnail.png", "thumbnail.jpg"}) {
+    std::error_code error;
+    if (fs::is_regular_file(*folder / name, error)) {
+      return (*folder / name).string();
+    }
+  }
+  return std::nullopt;
+}
+
 std::optional<fs::path> findWebView(std::string_view searchPath) {
   std::error_code error;
   const auto self = fs::read_symlink("/proc/self/exe", error);

@@ -7,6 +7,7 @@
 #pragma once
 
 #include "core/library/library_item.hpp"
+#include "core/library/wallpaper_library.hpp"
 
 #include <atomic>
 #include <cstdint>
@@ -59,6 +60,11 @@ struct WebStill {
 // when stopped.
 [[nodiscard]] std::expected<WebStill, std::string> makeWebStill(const WebStillRequest& request,
                                                                 const std::filesystem::path& out);
+
+// The picture that stands for a web item where its page cannot run (the screensaver): the
+// still made for it ("still.png" or ".jpg" in its folder), else its thumbnail; absent for
+// other kinds, or when there is none.
+std::optional<std::string> stillOf(const WallpaperLibrary& library, const LibraryItem& item);
 
 // korvalen-web beside this program, else on `searchPath`.
 std::optional<std::filesystem::path> findWebView(std::string_view searchPath);

@@ -2,6 +2,7 @@
 
 #include "core/app/settings_coding.hpp"
 #include "core/support/atomic_file.hpp"
+#include "engine/library/web_still.hpp"
 #include "engine/lock_file.hpp"
 
 #include <fmt/format.h>
@@ -34,24 +35,12 @@ namespace Planning {
 
 namespace {
 
-// A still picture for each web page: one made for it ("still.png" or ".jpg" in its folder),
-// else its thumbnail.
+// A still picture for each web page.
 std::map<std::string, std::string> stillsOf(const WallpaperLibrary& library) {
   std::map<std::string, std::string> stills;
   for (const auto& item : library.items()) {
-    if (item.kind != WallpaperKind::web) {
-      continue;
-    }
-    const auto folder = library.itemFolderOf(item);
-    if (!folder) {
-      continue;
-    }
-    for (const auto* name : {"still.png", "still.jpg", "thumbnail.png", "thumbnail.jpg"}) {
-      std::error_code error;
-      if (fs::is_regular_file(*folder / name, error)) {
-        stills.emplace(item.id, (*folder / name).string());
-        break;
-      }
+    if (auto still = stillOf(library, item)) {
+      stills.emplace(item.id, std::move(*still));
     }
   }
   return stills;
