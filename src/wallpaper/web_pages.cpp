@@ -1,5 +1,6 @@
 #include "wallpaper/web_pages.hpp"
 
+#include "core/diagnostics/log.hpp"
 #include "core/diagnostics/redact.hpp"
 
 #include <fmt/format.h>
@@ -129,8 +130,10 @@ void WebPages::read(const std::string& monitor) {
     if (line.starts_with(ownPrefix) && line.substr(ownPrefix.size()).starts_with(endingPrefix)) {
       page.lastWords = std::string(line.substr(ownPrefix.size() + endingPrefix.size()));
     } else if (line.starts_with(ownPrefix)) {
-      say_(Redact::secrets(fmt::format("monitor {}: page of item {}: {}", monitor, page.request.source.item,
-                                       line.substr(ownPrefix.size()))));
+      // What a page did (a refused request, an error in its scripts) goes to the log, which
+      // redacts credentials in the addresses it names.
+      log::writef("web", log::Level::notice, "monitor {}: page of item {}: {}", monitor, page.request.source.item,
+                  line.substr(ownPrefix.size()));
     } else if (!line.empty() && !page.ending) {
       page.lastWords = std::string(line.substr(0, 200));  // a crash's own words, when it had none of ours
     }
